@@ -1,0 +1,314 @@
+/*
+ * libql_is: camera image selection against hand shake.
+ *
+ * Public C interface. Every function and global declared with QL_IS_API is
+ * an unmangled symbol of libql_is.so; nothing else is exported.
+ *
+ * Conventions used throughout this header:
+ *  - A packed RAW10 frame is `height` rows of `stride` bytes; along a row,
+ *    five-byte groups carry four 10-bit pixels. The library's 8-bit sample
+ *    of a group is the byte at offset 4 of the group, whatever the sensor's
+ *    packing puts there; it never unpacks the 10-bit values.
+ *  - The kernels trust their callers: sizes and geometry are not checked
+ *    beyond what each function documents. "Caller guarantees" lists what
+ *    the caller must ensure for the call to stay inside its buffers.
+ *  - Integer sums have the widths stated per function and wrap.
+ */
+#ifndef QL_IS_QL_IS_H
+#define QL_IS_QL_IS_H
+
+#include <stdint.h>
+
+#if defined(__GNUC__) || defined(__clang__)
+#define QL_IS_API __attribute__((visibility("default")))
+#else
+#define QL_IS_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ------------------------------------------------------------------------
+ * Records
+ * ------------------------------------------------------------------------ */
+
+/* One block's features: six doubles, 48 bytes. Which fields a producer
+ * fills depends on the producer (see each frame driver). */
+typedef struct BlockFeature {
+  double sample_sum;
+  double reserved;
+  double deviation_sum;
+  double bright_ratio;
+  double dark_ratio;
+  double variation;
+} BlockFeature;
+
+/* The 8 x 8 block grid, row-major: block (r, c) is block[8 * r + c].
+ * 3072 bytes. */
+typedef struct BlockFeatureSet {
+  BlockFeature block[64];
+} BlockFeatureSet;
+
+/* 256 signed 32-bit counts of absolute sample differences (1024 bytes).
+ * The low-light driver takes 64 of them in one contiguous 64 KiB array. */
+typedef struct DiffHistogram {
+  int32_t count[256];
+} DiffHistogram;
+
+/* Bump allocator over one heap block. Three words: 12 bytes on 32-bit
+ * targets. Invariant: used <= total. */
+typedef struct ScratchArena {
+  uint8_t *base;  /* start of the block */
+  uint32_t total; /* capacity in bytes */
+  uint32_t used;  /* bytes consumed from base, alignment padding included */
+} ScratchArena;
+
+/* ------------------------------------------------------------------------
+ * Buffer rotation and copies
+ * ------------------------------------------------------------------------ */
+
+/* Exchanges the pointer-sized words a[i] and b[i] for i = 0 .. n - 1;
+ * nothing happens for n <= 0. When n > 5 and the first 16 bytes of the two
+ * arrays do not overlap, four words at a time go through vector loads and
+ * stores (all four of a and of b are loaded before either is stored), the
+ * remainder one by one; otherwise word by word.
+ * Caller guarantees: a and b each hold n words. */
+QL_IS_API void swap_buf(void *a, void *b, int32_t n);
+
+/* Copies n bytes: 64-byte blocks through 128-bit vector loads and stores,
+ * the last n mod 64 bytes with memcpy. No alignment needed.
+ * Caller guarantees: both areas hold n bytes and do not overlap. */
+QL_IS_API void zs_memcpy(void *dst, const void *src, uint32_t n);
+
+/* Fills n / 64 whole 64-byte blocks with the low byte of value and sets the
+ * remaining n mod 64 bytes to 0 (not to value; kept as it always was).
+ * Caller guarantees: dst holds n bytes. */
+QL_IS_API void zs_memset(void *dst, int32_t value, uint32_t n);
+
+/* ------------------------------------------------------------------------
+ * Scratch arena and re-blur comparison
+ * ------------------------------------------------------------------------ */
+
+/* Returns `length` bytes from the arena at the next 64-byte-aligned
+ * address and advances arena->used by the padding plus length, or returns
+ * NULL, logs the shortfall and leaves the arena unchanged when they do not
+ * fit. element_size is accepted and ignored.
+ * Caller guarantees: arena is valid and arena->base + arena->total is the
+ * end of a block the caller owns. */
+QL_IS_API void *AssignMemSpace(ScratchArena *arena, uint32_t length,
+                               int32_t element_size);
+
+/* Sharpness of a packed RAW10 frame: the sampled quarter-resolution plane
+ * (byte 4 of every group of every fourth row, starting at row 3) is blurred
+ * with a (2 radius + 1)^2 box; returns the summed absolute change divided by
+ * the summed brightness over the blurred interior. Larger is sharper.
+ * Returns NaN when height / 4 <= 2 radius, when width / 4 <= 2 radius
+ * (0 / 0), for an all-black interior (0 / 0), and when an arena request
+ * fails (the failed request is logged). mode is ignored. The arena is
+ * taken by value: every call starts from the arena's used count and its
+ * pieces fall free on return.
+ * Caller guarantees: radius >= 0; rows 0 .. height - 1 of `stride` bytes
+ * are readable, with stride >= 5 * (width / 4); the arena holds
+ * 2 * W4 * H4 + 4 * (W4 + 1) * (H4 + 1) bytes plus 189 bytes of alignment
+ * (W4 = width / 4, H4 = height / 4); no other comparison uses the same
+ * arena block at the same time. */
+QL_IS_API double compare_reblue_with_luminance_compensation(
+    const uint8_t *image, int32_t height, int32_t width, uint32_t stride,
+    uint32_t mode, int32_t radius, ScratchArena arena);
+
+/* ------------------------------------------------------------------------
+ * Scene-change detection
+ * ------------------------------------------------------------------------ */
+
+/* Median of field `field` (0 = sample_sum .. 5 = variation) over the blocks
+ * whose mask byte is 1, and its population variance in *variance_out.
+ * Values are sorted in descending order with excluded blocks as 0.0; for an
+ * even count n the median is (sorted[n/2] + sorted[n/2 + 1]) / 2, one place
+ * past the usual middle pair (kept as tuned). An empty mask gives median 0
+ * and variance NaN.
+ * Caller guarantees: 0 <= field <= 5; mask has 64 bytes. */
+QL_IS_API double calcMedianFeatureAndVarianceV2(const BlockFeatureSet *features,
+                                                double *variance_out,
+                                                int32_t field,
+                                                const uint8_t *mask);
+
+/* The same over all 64 blocks in ascending order: median
+ * (sorted[32] + sorted[33]) / 2, variance from the sums scaled by 1/64.
+ * Caller guarantees: 0 <= field <= 5. */
+QL_IS_API double calcMedianFeatureAndVariance(const BlockFeatureSet *features,
+                                              double *variance_out,
+                                              int32_t field);
+
+/* 1 when more than half of the masked blocks (mask byte 1) changed their
+ * sample_sum by more than variance * 0.03 * exp(median * 0.01), with the
+ * median and variance of the set whose median is smaller; else 0.
+ * Caller guarantees: mask has 64 bytes. */
+QL_IS_API int32_t judge_scene_change(const BlockFeatureSet *features_a,
+                                     const BlockFeatureSet *features_b,
+                                     const uint8_t *mask);
+
+/* ------------------------------------------------------------------------
+ * RAW10 block features (normal light)
+ *
+ * Sample (i, g) = data[2 * i * stride + 5 * g + 4]: i counts row pairs,
+ * g five-byte groups. A block rectangle is given in pixels, ends exclusive,
+ * and covers row pairs row_begin >> 1 .. row_end >> 1 and groups
+ * col_begin >> 2 .. col_end >> 2, with the far edges pulled in so that the
+ * neighbours dist samples right and below stay one sample inside the frame.
+ * ------------------------------------------------------------------------ */
+
+/* Gradient energy of one block (32-bit, wrapping) and its brightness
+ * statistics. stats_flag / gradient_flag: (1, 1) everything, (0, 1)
+ * gradient and fractions (*sum_out = 0), (1, 0) statistics only (returns
+ * 0); other pairs return -1 after zeroing the fractions. An empty
+ * rectangle zeroes *sum_out and *dev_out and returns -1.
+ * Caller guarantees: all outputs valid; 0 <= row_begin, 0 <= col_begin;
+ * dist >= 0; the rows 0 .. height - 1 of `stride` bytes are readable, with
+ * stride >= 5 * (width / 4). */
+QL_IS_API int32_t image_feature_quality_for_raw_10bit_continuous_3(
+    uint64_t *sum_out, uint64_t *dev_out, double *cv_out, double *bright_out,
+    double *dark_out, const uint8_t *data, int32_t row_begin, int32_t row_end,
+    int32_t col_begin, int32_t col_end, int32_t dist, int32_t height,
+    int32_t width, int32_t stride, int32_t stats_flag, int32_t gradient_flag);
+
+/* Fills the 64 block records of an 8 x 8 grid (blocks of height >> 3 rows
+ * by width >> 3 columns) and returns the frame's sharpness value.
+ * mode 0 (and any value but 1 and 2): statistics and gradient on the
+ * checkerboard (r + c even), gradient only elsewhere; 1: statistics on the
+ * checkerboard only, returns 0; 2: gradient only everywhere. Gradient-only
+ * blocks carry the deviation_sum and variation of the last statistics block
+ * (kept on purpose). Field `reserved` is never written.
+ * Caller guarantees: as for the block extractor, with width and height
+ * >= 0. */
+QL_IS_API uint64_t calc_feature_quality_with_sub(BlockFeatureSet *features,
+                                                 uint32_t mode,
+                                                 const uint8_t *data,
+                                                 int32_t height, int32_t width,
+                                                 int32_t stride);
+
+/* ------------------------------------------------------------------------
+ * RAW10 block features (low light)
+ *
+ * As above, but only every second row pair of the block is visited (frame
+ * rows 0, 4, 8, ... from the block's first row pair).
+ * ------------------------------------------------------------------------ */
+
+/* Statistics of one block (stats_flag 1): mean, (sumsq - mean^2) * N,
+ * coefficient of variation and the bright / dark fractions; difference
+ * histogram (gradient_flag 1): adds |h - s|, |v - s| and |h - v| for every
+ * visited sample to diff_hist. Returns 0, or -1 for an empty block.
+ * mean_out and dev_out may be NULL only when the block is empty.
+ * Caller guarantees: the other outputs valid; 0 <= row_begin,
+ * 0 <= col_begin; dist >= 1 with the frame readable dist - 1 row pairs
+ * below its last row for dist > 1 (the lower neighbour is 2 * dist row
+ * pairs down); stride >= 5 * (width / 4). */
+QL_IS_API int64_t image_feature_quality_for_raw_10bit_continuous_2_low_light_4(
+    double *mean_out, double *dev_out, double *cv_out, double *bright_out,
+    double *dark_out, DiffHistogram *diff_hist, const uint8_t *data,
+    int32_t row_begin, int32_t row_end, int32_t col_begin, int32_t col_end,
+    int32_t dist, int32_t height, int32_t width, int32_t stride,
+    int32_t stats_flag, int32_t gradient_flag);
+
+/* Fills the 64 block records (field 0 the block mean, field 1 the
+ * extractor's result) and adds to diff_hists[8 r + c], which it never
+ * clears. mode 0 (and any value but 1 and 2): statistics and histograms;
+ * 1: statistics only, returns 0; 2: histograms only.
+ * Caller guarantees: diff_hists holds 64 histograms; frame as for the
+ * low-light block extractor with dist 1. */
+QL_IS_API uint64_t calc_feature_quality_with_sub_low_light(
+    BlockFeatureSet *features, DiffHistogram *diff_hists, uint32_t mode,
+    const uint8_t *data, int32_t height, int32_t width, int32_t stride);
+
+/* ------------------------------------------------------------------------
+ * YUV and YUYV block features
+ *
+ * Samples are data[y * stride + x] at every fourth row and every fourth
+ * byte of the block; neighbours dist bytes right and dist rows below.
+ * ------------------------------------------------------------------------ */
+
+/* Sum of the samples (written as an unsigned 64-bit value, or as 0.0) and
+ * 64-bit gradient energy of one block. Flags as for the RAW10 extractor;
+ * *aux_out is only zeroed, on an empty block. Returns UINT64_MAX for an
+ * empty block or an invalid flag pair. `unused` is ignored.
+ * Caller guarantees: outputs valid; 0 <= row_begin, 0 <= col_begin,
+ * dist >= 0; rows 0 .. height - 1 of `stride` bytes readable, with
+ * stride >= width. */
+QL_IS_API uint64_t image_feature_quality_for_yuv_skip2(
+    uint64_t *sum_out, uint64_t *aux_out, const uint8_t *data,
+    int32_t row_begin, int32_t row_end, int32_t col_begin, int32_t col_end,
+    int32_t dist, int32_t unused, int32_t height, int32_t width,
+    int32_t stride, int32_t stats_flag, int32_t gradient_flag);
+
+/* Block sums on the checkerboard (field 0 only; fields 1 to 5 untouched,
+ * 0.0 off the checkerboard) and the frame's sharpness value. The YUYV name
+ * reads the frame exactly like a planar luma plane (kept as it always
+ * was). Caller guarantees: as for the YUV block extractor. */
+QL_IS_API uint64_t calc_feature_quality_with_sub_yuv(BlockFeatureSet *features,
+                                                     const uint8_t *data,
+                                                     int32_t height,
+                                                     int32_t width,
+                                                     int32_t stride);
+QL_IS_API uint64_t calc_feature_quality_with_sub_yuyv(BlockFeatureSet *features,
+                                                      const uint8_t *data,
+                                                      int32_t height,
+                                                      int32_t width,
+                                                      int32_t stride);
+
+/* ------------------------------------------------------------------------
+ * Dumps and clocks
+ * ------------------------------------------------------------------------ */
+
+/* Writes the start of a frame to
+ * "<dir><width>X<height>_stride<stride>_fmt<format>_index<%2d index>.yuv",
+ * dir "/data/misc/camera/qlas/" for format 10 and "/sdcard/DCIM/qlfd/"
+ * otherwise: height * stride bytes for formats 13 and 15, height * width
+ * bytes for every other format. Returns 1 when written, 0 for a NULL data
+ * pointer or a file that cannot be opened. The directory is not created.
+ * Caller guarantees: height, width, stride >= 0 and data holds the bytes
+ * written. */
+QL_IS_API int32_t save_to_file(const uint8_t *data, int32_t height,
+                               int32_t width, int32_t stride, int32_t format,
+                               int32_t index);
+
+/* Writes size bytes of data to path; silently does nothing when the file
+ * cannot be opened. Caller guarantees: data holds size bytes. */
+QL_IS_API void dumpYUV(const uint8_t *data, uint32_t size, const char *path);
+
+/* Writes the local time as "YYYYMMDD-hh-mm-ss-mmm" into dst (at least 24
+ * bytes) and returns the number of characters written. */
+QL_IS_API int32_t getNowTime(char *dst);
+
+/* Wall-clock time in milliseconds (real-time clock). */
+QL_IS_API double now_ms(void);
+
+/* ------------------------------------------------------------------------
+ * Host platform layer (not in Android builds)
+ *
+ * Log lines go to the sink with priority 6, the tag ("QLIS-E", "QLIS-I" or
+ * "QLIS_ALGO") and the formatted text. The default sink writes
+ * "E/<tag>: <text>" to standard error when the environment variable
+ * QLIS_LOG is set and not "0", and drops the line otherwise.
+ * Properties: a value set here wins, else the environment variable of the
+ * same name, else the property reads as "0".
+ * Files: absolute paths the library opens or creates are resolved under
+ * the root set here, else under $QLIS_FS_ROOT; with neither they are used
+ * as they stand.
+ * ------------------------------------------------------------------------ */
+#if !defined(__ANDROID__)
+typedef void (*ql_is_log_sink)(int prio, const char *tag, const char *text,
+                               void *ctx);
+/* NULL restores the default sink. */
+QL_IS_API void ql_is_host_set_log_sink(ql_is_log_sink sink, void *ctx);
+/* value NULL unsets the property. Returns 0 on success, -1 for a NULL name
+ * or a value longer than 91 bytes. */
+QL_IS_API int ql_is_host_set_property(const char *name, const char *value);
+/* NULL or "" removes the root. */
+QL_IS_API void ql_is_host_set_fs_root(const char *dir);
+#endif
+
+#ifdef __cplusplus
+} /* extern "C" */
+#endif
+
+#endif /* QL_IS_QL_IS_H */
