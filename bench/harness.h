@@ -1,0 +1,35 @@
+// Shared pieces of the benchmark suites: the standard frames, the memory
+// floor of a kernel (a read pass over exactly the cache lines it must
+// touch), and ratios printed against those floors after the run, so that a
+// figure means something on a shared, noisy machine.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace qlis::bench {
+
+inline constexpr int32_t kRawHeight = 3000;
+inline constexpr int32_t kRawWidth = 4000;
+inline constexpr int32_t kRawStride = 5000;
+inline constexpr int32_t kYuvHeight = 1080;
+inline constexpr int32_t kYuvWidth = 1920;
+inline constexpr int32_t kYuvStride = 1920;
+
+// Textured pseudo-random frames, made once: kRawHeight * kRawStride bytes
+// of packed RAW10, and kYuvHeight * kYuvStride * 3 / 2 bytes of YUV.
+const uint8_t *raw10_frame();
+const uint8_t *yuv_frame();
+
+// Reads one byte of every 64-byte line of bytes [0, row_bytes) of rows
+// first_row, first_row + row_step, ... below row_end; returns a checksum
+// so that the reads stay.
+uint64_t touch_rows(const uint8_t *data, int32_t first_row, int32_t row_end,
+                    int32_t row_step, size_t stride, size_t row_bytes);
+
+// After the run, prints mean real time of `kernel` / that of `floor`
+// (benchmark names as registered) and whether it meets `target`
+// (0: report only).
+void compare(const char *kernel, const char *floor, double target);
+
+}  // namespace qlis::bench
