@@ -43,7 +43,10 @@ class RatioReporter : public benchmark::ConsoleReporter {
   void ReportRuns(const std::vector<Run> &runs) override {
     for (const Run &run : runs) {
       if (run.run_type == Run::RT_Iteration && run.iterations > 0) {
-        times_[run.benchmark_name()] = run.GetAdjustedRealTime();
+        // Repetitions of one benchmark are averaged.
+        Mean &m = times_[run.benchmark_name()];
+        m.sum += run.GetAdjustedRealTime();
+        m.count += 1;
       }
     }
     ConsoleReporter::ReportRuns(runs);
@@ -54,12 +57,12 @@ class RatioReporter : public benchmark::ConsoleReporter {
     for (const Comparison &c : comparisons()) {
       auto k = times_.find(c.kernel);
       auto f = times_.find(c.floor);
-      if (k == times_.end() || f == times_.end() || f->second <= 0) continue;
+      if (k == times_.end() || f == times_.end() || f->second.value() <= 0) continue;
       if (!header) {
         std::printf("\n%-44s %-28s %8s %8s\n", "kernel", "floor", "ratio", "target");
         header = true;
       }
-      const double ratio = k->second / f->second;
+      const double ratio = k->second.value() / f->second.value();
       if (c.target > 0) {
         std::printf("%-44s %-28s %8.2f %8.2f %s\n", c.kernel.c_str(), c.floor.c_str(),
                     ratio, c.target, ratio <= c.target ? "met" : "MISSED");
@@ -70,7 +73,12 @@ class RatioReporter : public benchmark::ConsoleReporter {
   }
 
  private:
-  std::map<std::string, double> times_;
+  struct Mean {
+    double sum = 0;
+    int count = 0;
+    double value() const { return count > 0 ? sum / count : 0; }
+  };
+  std::map<std::string, Mean> times_;
 };
 
 }  // namespace
