@@ -1,0 +1,24 @@
+#!/usr/bin/env bash
+# Installs what the builds need from Debian's packages.
+#   install-deps.sh          compilers and CMake for the host library and demo
+#   install-deps.sh --tests  also GoogleTest, Google Benchmark, SIMDe, the ARM
+#                            cross compilers and qemu-user for the ARM suites
+set -euo pipefail
+
+packages=(cmake ninja-build g++ make)
+if [[ "${1:-}" == "--tests" ]]; then
+  packages+=(googletest libgtest-dev libbenchmark-dev libsimde-dev
+             g++-arm-linux-gnueabihf g++-aarch64-linux-gnu qemu-user)
+fi
+
+missing=()
+for p in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+[[ ${#missing[@]} -eq 0 ]] && exit 0
+
+sudo=""
+[[ $(id -u) -ne 0 ]] && sudo="sudo"
+export DEBIAN_FRONTEND=noninteractive
+$sudo apt-get update -qq
+$sudo apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
