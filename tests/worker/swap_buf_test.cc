@@ -74,7 +74,7 @@ TEST(SwapBufTwins, OverlappingArraysGiveTheSameResult) {
 }
 
 TEST(SwapBufTwins, VectorStepsNeedSixWordsAndSixteenBytesApart) {
-  uint8_t buffer[256];
+  uint8_t buffer[256] = {};
   EXPECT_FALSE(qlis::swap_uses_vector_steps(buffer, buffer + 64, 5));
   EXPECT_TRUE(qlis::swap_uses_vector_steps(buffer, buffer + 64, 6));
   EXPECT_TRUE(qlis::swap_uses_vector_steps(buffer + 16, buffer, 6));
