@@ -118,6 +118,62 @@ QL_IS_API double compare_reblue_with_luminance_compensation(
     uint32_t mode, int32_t radius, ScratchArena arena);
 
 /* ------------------------------------------------------------------------
+ * Judgements against the base image
+ *
+ * Verdicts: 2 the frame is sharper than the base; 4 it replaced the base for
+ * another reason (scene change, too little texture); 3 keep the current
+ * best (also the result of mode 0); -1 (0xFFFFFFFF) unknown mode.
+ * Mode 0 rebuilds the base from best_frame, mode 1 judges frame. The base
+ * image is passed in by reference and updated in place: base_quality (the
+ * extractor's 64-bit quality, 0 for no base), base_features, base_clarity
+ * (re-blur score), and in low light the 64 KiB base_hist. base_raw (2560
+ * bytes) is accepted and only cleared on a change of lighting regime.
+ * Frames are packed RAW10 (YUV for the last one); the arena is handed on
+ * to the re-blur comparison.
+ * Caller guarantees: frame geometry as for the feature drivers and the
+ * re-blur comparison; width * height >= 16; every pointer valid except
+ * luminance_out, which may be NULL.
+ * ------------------------------------------------------------------------ */
+
+/* Diagnostic count of consecutive judgements that found a scene change
+ * (RAW10 paths); nothing in the library reads it. */
+QL_IS_API extern uint32_t scene_change_count;
+
+/* Chooses the normal-light or low-light judgement from *luminance (the
+ * luminance of the current lighting regime, 255.0 at session start) and
+ * resets the base image when the regime flips. */
+QL_IS_API uint32_t judge_scene_and_qualitye(
+    int32_t mode, const uint8_t *frame, const uint8_t *best_frame,
+    int64_t *base_quality, BlockFeatureSet *base_features,
+    DiffHistogram *base_hist, uint8_t *base_raw, double *base_clarity,
+    double *luminance, int32_t height, int32_t width, int32_t stride,
+    ScratchArena arena);
+
+/* Normal light. *luminance_out receives the base image's luminance after
+ * the update. */
+QL_IS_API int32_t calc_quality_with_base_image(
+    int32_t mode, const uint8_t *frame, const uint8_t *best_frame,
+    int64_t *base_quality, BlockFeatureSet *base_features, uint8_t *base_raw,
+    double *base_clarity, double *luminance_out, int32_t height, int32_t width,
+    int32_t stride, ScratchArena arena);
+
+/* Low light. *luminance_out receives the frame's own mean sample. */
+QL_IS_API int32_t calc_quality_with_base_image_low_light(
+    int32_t mode, const uint8_t *frame, const uint8_t *best_frame,
+    int64_t *base_quality, BlockFeatureSet *base_features,
+    DiffHistogram *base_hist, uint8_t *base_raw, double *base_clarity,
+    double *luminance_out, int32_t height, int32_t width, int32_t stride,
+    ScratchArena arena);
+
+/* YUV: better means a larger YUV frame value; the three geometry words are
+ * handed to calc_feature_quality_with_sub_yuv as its height, width and
+ * stride. */
+QL_IS_API int32_t calc_quality_with_base_image_yuv(
+    int32_t mode, const uint8_t *frame, const uint8_t *best_frame,
+    int64_t *base_quality, BlockFeatureSet *base_features, int32_t geometry_a,
+    int32_t geometry_b, int32_t geometry_c);
+
+/* ------------------------------------------------------------------------
  * Scene-change detection
  * ------------------------------------------------------------------------ */
 
