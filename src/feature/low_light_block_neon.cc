@@ -1,0 +1,274 @@
+// NEON twin of the low-light block extractor. Each visited row is gathered
+// once, 16 samples per table lookup, and worked on as contiguous bytes: the
+// statistics in vector lanes, the difference counts by a scalar scatter
+// into four sub-histograms. Integer totals do not depend on the order of
+// visits, and the fractions are integer-valued doubles below 2^53, so the
+// results are bit-exact with the portable extractor.
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+#include <utility>
+
+#include "feature/low_light_block.h"
+#include "platform/neon.h"
+#include "platform/neon_gather.h"
+
+namespace qlis::neon {
+namespace {
+
+constexpr int32_t kChunk = 16;  // samples per gather
+
+// A row is worked on in spans of at most kSpanGroups samples, so that the
+// gathered lines fit on the stack. A span is 64 full chunks and at most one
+// overlapping tail chunk: 65 chunks between flushes of the narrow lanes.
+constexpr int32_t kSpanGroups = 1024;
+
+// The frame drivers always pass dist = 1; distances beyond this (and below
+// 1, which callers must not pass) take the portable path.
+constexpr int32_t kMaxFastDist = 64;
+
+// Consecutive increments go to different sub-histograms, so that runs of
+// equal differences (flat areas) do not wait on their own stores.
+constexpr int32_t kSubHistograms = 4;
+constexpr int32_t kBins = 256;
+
+// Lanes j >= first of vld1q_u8(kLaneRamp + 16 - first) are all ones.
+alignas(16) constexpr uint8_t kLaneRamp[2 * kChunk] = {
+    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,
+    0,    0,    0,    0,    0,    0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
+    0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
+
+inline uint8x16_t lanes_from(int32_t first) {
+  return vld1q_u8(kLaneRamp + kChunk - first);
+}
+inline uint8x16_t lanes_below(int32_t count) {
+  return vmvnq_u8(lanes_from(count));
+}
+
+inline uint64_t horizontal_sum(uint64x2_t v) {
+  return vgetq_lane_u64(v, 0) + vgetq_lane_u64(v, 1);
+}
+
+// Sums of one block. The narrow lanes are flushed into the 64-bit totals
+// after every span (at most 65 chunks):
+// - sum16 lanes gain at most 2 x 255 per chunk: 128 chunks fit 16 bits;
+// - bright8 / dark8 lanes gain at most 1 per chunk: 255 chunks fit 8 bits;
+// - sumsq32 lanes gain at most 4 x 255^2 per chunk: 16,512 chunks fit.
+struct SampleTotals {
+  uint16x8_t sum16 = vdupq_n_u16(0);
+  uint32x4_t sumsq32 = vdupq_n_u32(0);
+  uint8x16_t bright8 = vdupq_n_u8(0);
+  uint8x16_t dark8 = vdupq_n_u8(0);
+  uint64x2_t sum = vdupq_n_u64(0);
+  uint64x2_t sumsq = vdupq_n_u64(0);
+  uint64x2_t bright = vdupq_n_u64(0);
+  uint64x2_t dark = vdupq_n_u64(0);
+
+  void add(uint8x16_t s) { accumulate(s, vcleq_u8(s, vdupq_n_u8(kDarkLast))); }
+
+  // Only the lanes set in `keep` count; the others are zeroed, which adds
+  // nothing to the sums and is not bright, but would be dark.
+  void add_masked(uint8x16_t s, uint8x16_t keep) {
+    s = vandq_u8(s, keep);
+    accumulate(s, vandq_u8(vcleq_u8(s, vdupq_n_u8(kDarkLast)), keep));
+  }
+
+  void flush() {
+    sum = vpadalq_u32(sum, vpaddlq_u16(sum16));
+    sumsq = vpadalq_u32(sumsq, sumsq32);
+    bright = vpadalq_u32(bright, vpaddlq_u16(vpaddlq_u8(bright8)));
+    dark = vpadalq_u32(dark, vpaddlq_u16(vpaddlq_u8(dark8)));
+    sum16 = vdupq_n_u16(0);
+    sumsq32 = vdupq_n_u32(0);
+    bright8 = vdupq_n_u8(0);
+    dark8 = vdupq_n_u8(0);
+  }
+
+ private:
+  static constexpr uint8_t kBrightFirst = kLowLightBrightFirst;
+  static constexpr uint8_t kDarkLast = kLowLightDarkLast;
+
+  void accumulate(uint8x16_t s, uint8x16_t is_dark) {
+    sum16 = vpadalq_u8(sum16, s);
+    const uint8x8_t low = vget_low_u8(s);
+    const uint8x8_t high = vget_high_u8(s);
+    sumsq32 = vpadalq_u16(sumsq32, vmull_u8(low, low));
+    sumsq32 = vpadalq_u16(sumsq32, vmull_u8(high, high));
+    // Comparison masks are all ones (-1): subtracting counts one.
+    bright8 = vsubq_u8(bright8, vcgeq_u8(s, vdupq_n_u8(kBrightFirst)));
+    dark8 = vsubq_u8(dark8, is_dark);
+  }
+};
+
+// Samples of groups 0 .. count - 1 from the row at p into out; reads
+// p[0 .. 5 count - 1] only. A ragged end is gathered as one chunk that
+// overlaps the previous one and rewrites the same bytes.
+void gather_line(const uint8_t *p, int32_t count, uint8_t *out) {
+  if (count < kChunk) {
+    gather_group_byte4_row(p, count, out);
+    return;
+  }
+  int32_t k = 0;
+  for (; k + kChunk <= count; k += kChunk) {
+    vst1q_u8(out + k, gather_group_byte4_x16(p + 5 * k));
+  }
+  if (k < count) {
+    vst1q_u8(out + count - kChunk,
+             gather_group_byte4_x16(p + 5 * (count - kChunk)));
+  }
+}
+
+// Statistics of `count` (<= kSpanGroups) samples of the row at p, gathered
+// straight into registers.
+void add_row_statistics(SampleTotals &t, const uint8_t *p, int32_t count) {
+  if (count < kChunk) {
+    uint8_t line[kChunk] = {};
+    gather_group_byte4_row(p, count, line);
+    t.add_masked(vld1q_u8(line), lanes_below(count));
+  } else {
+    int32_t k = 0;
+    for (; k + kChunk <= count; k += kChunk) {
+      t.add(gather_group_byte4_x16(p + 5 * k));
+    }
+    if (k < count) {
+      const int32_t fresh = count - k;
+      t.add_masked(gather_group_byte4_x16(p + 5 * (count - kChunk)),
+                   lanes_from(kChunk - fresh));
+    }
+  }
+  t.flush();
+}
+
+using SubHistograms = uint32_t[kSubHistograms][kBins];
+
+// Difference counts of lanes [first, end) of one chunk.
+inline void scatter_differences(SubHistograms &sub, uint8x16_t s, uint8x16_t h,
+                                uint8x16_t v, int32_t first, int32_t end) {
+  uint8_t hs[kChunk];
+  uint8_t vs[kChunk];
+  uint8_t hv[kChunk];
+  vst1q_u8(hs, vabdq_u8(h, s));
+  vst1q_u8(vs, vabdq_u8(v, s));
+  vst1q_u8(hv, vabdq_u8(h, v));
+  for (int32_t j = first; j < end; ++j) {
+    ++sub[j & 3][hs[j]];
+    ++sub[(j + 1) & 3][vs[j]];
+    ++sub[(j + 2) & 3][hv[j]];
+  }
+}
+
+// One visited row of a span: `line` holds its samples and those dist
+// further right, `below` the samples 2 dist row pairs down.
+void add_row_differences(SubHistograms &sub, SampleTotals *t,
+                         const uint8_t *line, int32_t dist,
+                         const uint8_t *below, int32_t count) {
+  int32_t k = 0;
+  for (; k + kChunk <= count; k += kChunk) {
+    const uint8x16_t s = vld1q_u8(line + k);
+    scatter_differences(sub, s, vld1q_u8(line + k + dist), vld1q_u8(below + k),
+                        0, kChunk);
+    if (t != nullptr) t->add(s);
+  }
+  if (k < count) {
+    // Short spans read past `count` into zeroed line bytes and mask them
+    // off; ragged ends overlap the last full chunk and skip its lanes.
+    const int32_t at = count < kChunk ? 0 : count - kChunk;
+    const int32_t first = k - at;
+    const int32_t end = count - at;
+    const uint8x16_t s = vld1q_u8(line + at);
+    scatter_differences(sub, s, vld1q_u8(line + at + dist),
+                        vld1q_u8(below + at), first, end);
+    if (t != nullptr) {
+      t->add_masked(s, vandq_u8(lanes_from(first), lanes_below(end)));
+    }
+  }
+  if (t != nullptr) t->flush();
+}
+
+// Adds the sub-histograms into the caller's counts, wrapping at 32 bits
+// like the counts themselves; any grouping of the additions agrees.
+void fold_into(DiffHistogram *hist, const SubHistograms &sub) {
+  for (int32_t b = 0; b < kBins; b += 4) {
+    uint32x4_t acc = vreinterpretq_u32_s32(vld1q_s32(hist->count + b));
+    for (int32_t k = 0; k < kSubHistograms; ++k) {
+      acc = vaddq_u32(acc, vld1q_u32(sub[k] + b));
+    }
+    vst1q_s32(hist->count + b, vreinterpretq_s32_u32(acc));
+  }
+}
+
+}  // namespace
+
+int64_t low_light_block_features(const LowLightBlockOutputs &out,
+                                 const LowLightBlockArgs &a) {
+  if (a.dist < 1 || a.dist > kMaxFastDist) {
+    return portable::low_light_block_features(out, a);
+  }
+  LowLightSampleRect r;
+  if (!begin_low_light_block(out, a, &r)) return kLowLightEmptyBlock;
+
+  const bool statistics = a.stats_flag == 1;
+  const bool differences = a.gradient_flag == 1;
+  const size_t stride = static_cast<size_t>(a.stride);
+  const auto row_at = [&](int64_t i, int64_t g) {
+    return a.data + 2 * static_cast<size_t>(i) * stride +
+           5 * static_cast<size_t>(g);
+  };
+  const int32_t dist = a.dist;
+
+  SampleTotals totals;
+  if (differences) {
+    alignas(16) SubHistograms sub;
+    std::memset(sub, 0, sizeof(sub));
+    alignas(16) uint8_t line_a[kSpanGroups + kMaxFastDist];
+    alignas(16) uint8_t line_b[kSpanGroups + kMaxFastDist];
+    alignas(16) uint8_t below_far[kSpanGroups];
+    // Spans shorter than a chunk load whole chunks from the line starts.
+    std::memset(line_a, 0, kChunk + kMaxFastDist);
+    std::memset(line_b, 0, kChunk + kMaxFastDist);
+    std::memset(below_far, 0, kChunk);
+    for (int32_t ga = r.g0; ga < r.g1; ga += kSpanGroups) {
+      const int32_t count = std::min(kSpanGroups, r.g1 - ga);
+      uint8_t *line = line_a;
+      uint8_t *next = line_b;
+      gather_line(row_at(r.i0, ga), count + dist, line);
+      for (int32_t i = r.i0; i < r.i1; i += 2) {
+        // With dist 1 the lower neighbours are the next visited row, so
+        // that row is gathered once, right neighbours included.
+        const uint8_t *below = next;
+        if (dist == 1) {
+          gather_line(row_at(i + 2, ga), count + 1, next);
+        } else {
+          gather_line(row_at(i + 2 * int64_t{dist}, ga), count, below_far);
+          below = below_far;
+        }
+        add_row_differences(sub, statistics ? &totals : nullptr, line, dist,
+                            below, count);
+        if (i + 2 >= r.i1) break;
+        if (dist == 1) {
+          std::swap(line, next);
+        } else {
+          gather_line(row_at(i + 2, ga), count + dist, line);
+        }
+      }
+    }
+    fold_into(out.diff_hist, sub);
+  } else if (statistics) {
+    for (int32_t ga = r.g0; ga < r.g1; ga += kSpanGroups) {
+      const int32_t count = std::min(kSpanGroups, r.g1 - ga);
+      for (int32_t i = r.i0; i < r.i1; i += 2) {
+        add_row_statistics(totals, row_at(i, ga), count);
+      }
+    }
+  }
+
+  if (statistics) {
+    store_low_light_statistics(
+        out, r, horizontal_sum(totals.sum), horizontal_sum(totals.sumsq),
+        static_cast<double>(horizontal_sum(totals.bright)),
+        static_cast<double>(horizontal_sum(totals.dark)));
+  }
+  return 0;
+}
+
+}  // namespace qlis::neon
