@@ -17,7 +17,9 @@
 #ifndef QL_IS_QL_IS_H
 #define QL_IS_QL_IS_H
 
+#include <pthread.h>
 #include <stdint.h>
+#include <string.h>
 
 #if defined(__GNUC__) || defined(__clang__)
 #define QL_IS_API __attribute__((visibility("default")))
@@ -63,6 +65,178 @@ typedef struct ScratchArena {
   uint32_t total; /* capacity in bytes */
   uint32_t used;  /* bytes consumed from base, alignment padding included */
 } ScratchArena;
+
+/* ------------------------------------------------------------------------
+ * Host records
+ *
+ * Their byte offsets are part of the interface with the camera host. On
+ * 32-bit targets a pointer takes 4 bytes and the 4 bytes after it are the
+ * host's own; on 64-bit targets the pointer takes all 8, so that every
+ * 32-bit field keeps its offset on both.
+ * ------------------------------------------------------------------------ */
+
+typedef union ql_is_ptr_slot {
+  uint8_t *ptr;
+  uint32_t words[2];
+} ql_is_ptr_slot;
+
+/* One frame, as handed to ql_is_process_preview and
+ * ql_is_process_takepicture (at least 120 bytes). Reserved bytes are the
+ * host's: the library neither reads nor writes them. */
+#pragma pack(push, 4)
+typedef struct FrameParam {
+  int32_t format;          /* 0: 15 packed RAW10, 10 and 13 YUV */
+  int32_t width;           /* 4: pixels */
+  int32_t height;          /* 8: pixels */
+  ql_is_ptr_slot image;    /* 12: image buffer, never NULL */
+  uint8_t reserved_20[8];
+  int32_t stride;          /* 28: bytes per line of image */
+  uint8_t reserved_32[24];
+  ql_is_ptr_slot side;     /* 56: side buffer, NULL allowed with side_size 0 */
+  uint8_t reserved_64[44];
+  uint32_t image_size;     /* 108: bytes of image to copy, <= 32,000,000 */
+  uint32_t side_size;      /* 112: bytes of side to copy, <= 400,000 */
+  int32_t mode;            /* 116: 0 preview, 1 capture */
+} FrameParam;
+#pragma pack(pop)
+
+/* The burst record of ql_is_process_bat_takepicture (at least 548 bytes),
+ * described by offsets: frame records are 44 bytes apart. Width, height
+ * and stride of frame 0 are used for every frame; the others only name
+ * dump files. */
+#define QL_IS_BURST_MAX_FRAMES 6
+#define QL_IS_BURST_WIDTH(i) (4 + 44 * (i))
+#define QL_IS_BURST_HEIGHT(i) (8 + 44 * (i))
+#define QL_IS_BURST_IMAGE(i) (12 + 44 * (i))  /* pointer, never NULL */
+#define QL_IS_BURST_STRIDE(i) (28 + 44 * (i))
+#define QL_IS_BURST_SIDE(i) (276 + 44 * (i))  /* pointer: receives bufmax's side */
+#define QL_IS_BURST_IMAGE_SIZE 528            /* uint32: bytes of each image */
+#define QL_IS_BURST_SIDE_SIZE 532             /* uint32: bytes of each side buffer */
+#define QL_IS_BURST_COUNT 536                 /* int32: 2 to 6 */
+#define QL_IS_BURST_RESULT 540                /* int32: written by the library */
+#define QL_IS_BURST_MODE 544                  /* int32: must be 1 */
+#define QL_IS_BURST_RECORD_SIZE 548
+
+/* Unaligned access to the burst record (and any host record) for C hosts. */
+static inline void ql_is_record_put_i32(void *record, int offset, int32_t v) {
+  memcpy((uint8_t *)record + offset, &v, sizeof v);
+}
+static inline int32_t ql_is_record_get_i32(const void *record, int offset) {
+  int32_t v;
+  memcpy(&v, (const uint8_t *)record + offset, sizeof v);
+  return v;
+}
+static inline void ql_is_record_put_ptr(void *record, int offset, void *p) {
+  memcpy((uint8_t *)record + offset, &p, sizeof p);
+}
+static inline void *ql_is_record_get_ptr(const void *record, int offset) {
+  void *p;
+  memcpy(&p, (const uint8_t *)record + offset, sizeof p);
+  return p;
+}
+
+/* ------------------------------------------------------------------------
+ * Session
+ * ------------------------------------------------------------------------ */
+
+/* An image buffer and its side buffer. */
+typedef struct BufPair {
+  uint8_t *image;
+  uint8_t *side;
+} BufPair;
+
+/* The job record of the frame under evaluation (72 bytes on 32-bit
+ * targets). image and side are the host's pointers, which may be stale by
+ * the time the frame is evaluated: the evaluation reads bufproc. */
+typedef struct PrevParam {
+  uint8_t *image;
+  uint8_t *side;
+  int32_t reserved_2;
+  int32_t reserved_3;
+  int32_t height;
+  int32_t width;
+  int32_t one;        /* always 1 */
+  int32_t stride;
+  int32_t format;
+  int32_t roi_left;   /* the central half of the frame, inclusive bounds */
+  int32_t roi_top;
+  int32_t roi_right;
+  int32_t roi_bottom;
+  int32_t reserved_13;
+  uint32_t image_size;
+  uint32_t side_size;
+  int32_t capture;    /* 1 when filled by a capture */
+  int32_t result;     /* the evaluation's verdict */
+} PrevParam;
+
+/* The preview worker's record. idle, pending and quit are flags;
+ * preview_calls and capture_calls count the entry-point calls inside the
+ * library. The library accesses quit and the counters atomically. */
+typedef struct AsIQThdInfo {
+  uint8_t idle;
+  uint8_t pending;
+  uint8_t quit;
+  int32_t preview_calls;
+  int32_t capture_calls;
+  pthread_mutex_t mutex;
+  pthread_cond_t work;
+  pthread_cond_t done;
+  pthread_t thread;
+} AsIQThdInfo;
+
+/* Sizes of every image buffer and every side buffer: {32000000, 400000}. */
+QL_IS_API extern const uint32_t size[2];
+
+QL_IS_API extern uint8_t *buf[6];   /* image 0, side 0, image 1, side 1, ... */
+QL_IS_API extern BufPair buftemp;   /* free: receives the next frame */
+QL_IS_API extern BufPair bufmax;    /* the best frame kept so far */
+QL_IS_API extern BufPair bufproc;   /* the frame under evaluation */
+QL_IS_API extern BlockFeatureSet base_feature;
+/* The base image's quality: the 8 bytes hold the judgements' signed 64-bit
+ * quality (0 means no base image yet). */
+QL_IS_API extern double base_quality;
+QL_IS_API extern double base_clarity;           /* re-blur score of the base */
+QL_IS_API extern DiffHistogram *base_diff_hist; /* 64 KiB block */
+QL_IS_API extern uint8_t *base_raw_fea;         /* 2560-byte block */
+QL_IS_API extern ScratchArena alg_buf;
+QL_IS_API extern PrevParam prevParam;
+QL_IS_API extern int32_t initDone;
+QL_IS_API extern int32_t dump_count;
+QL_IS_API extern double last_luminance;         /* 255.0 at load */
+QL_IS_API extern int32_t image_index;           /* reserved */
+QL_IS_API extern AsIQThdInfo g_asIQThdInfo;
+
+/* Allocates every buffer, clears the base image and starts the worker.
+ * Returns 0, or -1 when a session exists or a buffer cannot be allocated.
+ * Never call it concurrently with any other function of the library. */
+QL_IS_API int32_t ql_is_init(void);
+
+/* Stops the worker, waits for calls in flight and frees everything. Safe
+ * while preview and capture calls run on other threads; calls that start
+ * meanwhile return at once. Does nothing without a session. */
+QL_IS_API int32_t ql_is_deinit(void);
+
+/* "QELARN-AS-V2.0.6", with or without a session. */
+QL_IS_API const char *ql_is_get_version(void);
+
+/* Hands a preview frame (mode 0) to the worker when it is idle, else drops
+ * it; never waits. */
+QL_IS_API void ql_is_process_preview(const FrameParam *frame);
+
+/* Evaluates a captured frame (mode 1) against the base image on the
+ * caller's thread; when it is not better, overwrites its image and side
+ * buffers with the best preview frame. Returns 0, or -1 when refused. */
+QL_IS_API int32_t ql_is_process_takepicture(FrameParam *frame);
+
+/* Names the sharpest (result field) and blurriest frame of a burst of 2 to
+ * 6 and, when the burst is consistent with the base image, overwrites the
+ * blurriest with the best preview frame. Returns 0, or -1 when refused. */
+QL_IS_API int32_t ql_is_process_bat_takepicture(void *burst);
+
+/* The worker's thread body (argument: &g_asIQThdInfo) and its evaluation
+ * of the job in prevParam; exported for hosts that drive them. */
+QL_IS_API void *startAsImageQualityThread(void *info);
+QL_IS_API int32_t PreviewThread(PrevParam *job);
 
 /* ------------------------------------------------------------------------
  * Buffer rotation and copies

@@ -1,0 +1,83 @@
+#include "support/session.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+
+namespace qlis::test {
+
+namespace {
+
+bool worker_done() {
+  pthread_mutex_lock(&g_asIQThdInfo.mutex);
+  const bool done = g_asIQThdInfo.pending == 0 && g_asIQThdInfo.idle == 1;
+  pthread_mutex_unlock(&g_asIQThdInfo.mutex);
+  return done;
+}
+
+}  // namespace
+
+ScopedSession::ScopedSession() : ok_(ql_is_init() == 0) {}
+ScopedSession::~ScopedSession() { ql_is_deinit(); }
+
+HostFrame make_host_frame(int32_t format, int32_t width, int32_t height,
+                          int32_t stride, uint32_t side_size, int32_t mode,
+                          uint8_t seed) {
+  HostFrame f;
+  f.image.resize(static_cast<size_t>(height) * static_cast<size_t>(stride));
+  for (size_t i = 0; i < f.image.size(); ++i) {
+    f.image[i] = static_cast<uint8_t>(i * 7 + seed * 13 + (i >> 9));
+  }
+  f.side.resize(side_size);
+  for (size_t i = 0; i < f.side.size(); ++i) f.side[i] = static_cast<uint8_t>(seed + i);
+  f.param.format = format;
+  f.param.width = width;
+  f.param.height = height;
+  f.param.stride = stride;
+  f.param.image.ptr = f.image.data();
+  f.param.side.ptr = side_size != 0 ? f.side.data() : nullptr;
+  f.param.image_size = static_cast<uint32_t>(f.image.size());
+  f.param.side_size = side_size;
+  f.param.mode = mode;
+  return f;
+}
+
+bool wait_until_worker_done() {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  while (std::chrono::steady_clock::now() < deadline) {
+    if (worker_done()) return true;
+    usleep(1000);
+  }
+  return false;
+}
+
+bool preview_until_evaluated(const FrameParam *frame) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  while (std::chrono::steady_clock::now() < deadline) {
+    ql_is_process_preview(frame);
+    for (int poll = 0; poll < 100; ++poll) {
+      if (worker_done()) return true;
+      usleep(1000);
+    }
+  }
+  return false;
+}
+
+bool pairs_hold_buffers_once() {
+  const BufPair *pairs[] = {&buftemp, &bufmax, &bufproc};
+  std::vector<uint8_t *> seen;
+  for (const BufPair *p : pairs) {
+    seen.push_back(p->image);
+    seen.push_back(p->side);
+    // An image block sits at an even index of buf, its side right after.
+    const auto it = std::find(buf, buf + 6, p->image);
+    if (it == buf + 6 || (it - buf) % 2 != 0 || *(it + 1) != p->side) return false;
+  }
+  for (uint8_t *block : buf) {
+    if (block == nullptr || std::count(seen.begin(), seen.end(), block) != 1) return false;
+  }
+  return true;
+}
+
+}  // namespace qlis::test

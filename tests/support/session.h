@@ -1,0 +1,47 @@
+// Helpers for tests that run a whole session.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "ql_is/ql_is.h"
+
+namespace qlis::test {
+
+// Initialises a session for the test and ends it afterwards.
+class ScopedSession {
+ public:
+  ScopedSession();
+  ~ScopedSession();
+  bool ok() const { return ok_; }
+
+ private:
+  bool ok_;
+};
+
+// A host frame record over buffers the test owns.
+struct HostFrame {
+  FrameParam param = {};
+  std::vector<uint8_t> image;
+  std::vector<uint8_t> side;
+};
+
+HostFrame make_host_frame(int32_t format, int32_t width, int32_t height,
+                          int32_t stride, uint32_t side_size, int32_t mode,
+                          uint8_t seed);
+
+// Waits (up to 20 s, polling under the worker mutex) until no handed-over
+// preview frame is pending; false on time-out.
+bool wait_until_worker_done();
+
+// Hands a preview frame over and waits until the worker has evaluated it.
+// The worker waits once per hand-over, so a signal sent before it waits
+// (right after init, say) is only taken up with the next frame: like a
+// preview stream, the frame is handed over again until it is evaluated.
+bool preview_until_evaluated(const FrameParam *frame);
+
+// The six blocks held by buftemp, bufmax and bufproc are those of buf,
+// each exactly once, and every image keeps its own side buffer.
+bool pairs_hold_buffers_once();
+
+}  // namespace qlis::test

@@ -1,0 +1,84 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <regex>
+
+#include "ql_is/ql_is.h"
+#include "support/host_hooks.h"
+#include "support/session.h"
+
+namespace {
+
+using qlis::test::make_host_frame;
+using qlis::test::ScopedFsRoot;
+using qlis::test::ScopedProperty;
+using qlis::test::ScopedSession;
+
+constexpr int32_t kUnsupported = 12;
+
+TEST(PreviewWorker, DumpsEveryEvaluatedFrameBeforeEvaluatingIt) {
+  ScopedFsRoot root;
+  root.make_dirs("/sdcard");
+  ScopedProperty dump("debug.camera.dump_qlas_prv", "1");
+  ScopedSession session;
+  ASSERT_TRUE(session.ok());
+  for (uint8_t seed = 1; seed <= 3; ++seed) {
+    auto frame = make_host_frame(kUnsupported, 64, 16, 80, 0, 0, seed);
+    ASSERT_TRUE(qlis::test::preview_until_evaluated(&frame.param));
+    usleep(2000);  // distinct time stamps in the names
+  }
+  const auto files = root.files();
+  ASSERT_EQ(files.size(), 3u);
+  const std::regex name(R"(/sdcard/\d{8}-\d\d-\d\d-\d\d-\d{3}_qlas_prv_80_64x16\.raw)");
+  for (const auto &f : files) {
+    EXPECT_TRUE(std::regex_match(f, name)) << f;
+    EXPECT_EQ(std::filesystem::file_size(root.path() + f), 80u * 16u);
+  }
+}
+
+TEST(PreviewWorker, UnsupportedFormatIsNeverKeptAsBestFrame) {
+  ScopedSession session;
+  ASSERT_TRUE(session.ok());
+  const BufPair best = bufmax;
+  auto frame = make_host_frame(kUnsupported, 64, 16, 80, 8, 0, 9);
+  ASSERT_TRUE(qlis::test::preview_until_evaluated(&frame.param));
+  EXPECT_EQ(bufmax.image, best.image);
+  EXPECT_EQ(prevParam.result, 0);
+}
+
+TEST(PreviewWorker, FrameDumpCountStopsAtLimitAndResetsWithPropertyZero) {
+  ScopedFsRoot root;
+  root.make_dirs("/sdcard/DCIM");
+  ScopedSession session;
+  ASSERT_TRUE(session.ok());
+  qlis::test::LogCapture log;
+  PrevParam job = {};
+  job.format = kUnsupported;  // counted and logged, nothing written
+  {
+    ScopedProperty dump("debug.camera.dump_qlfd", "1");
+    PreviewThread(&job);
+    EXPECT_EQ(dump_count, 1);
+    EXPECT_TRUE(std::filesystem::is_directory(root.path() + "/sdcard/DCIM/qlfd"));
+    dump_count = 1999;
+    PreviewThread(&job);
+    EXPECT_EQ(dump_count, 2000);
+    PreviewThread(&job);
+    EXPECT_EQ(dump_count, 2000);
+  }
+  {
+    ScopedProperty other("debug.camera.dump_qlfd", "3");
+    PreviewThread(&job);
+    EXPECT_EQ(dump_count, 2000);
+  }
+  PreviewThread(&job);  // unset reads as 0
+  EXPECT_EQ(dump_count, 0);
+  const std::vector<std::string> expected = {
+      "qlas PrevTh format not support 12", "qlas PrevTh format not support 12\n",
+      "qlas PrevTh format not support 12", "qlas PrevTh format not support 12\n",
+      "qlas PrevTh format not support 12\n", "qlas PrevTh format not support 12\n",
+      "qlas PrevTh format not support 12\n"};
+  EXPECT_EQ(log.texts("QLIS-E"), expected);
+  EXPECT_TRUE(root.files().empty());
+}
+
+}  // namespace
