@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <utility>
 
 namespace qlis::test {
 
@@ -20,6 +21,25 @@ bool worker_done() {
 
 ScopedSession::ScopedSession() : ok_(ql_is_init() == 0) {}
 ScopedSession::~ScopedSession() { ql_is_deinit(); }
+
+HostFrame host_frame_of(std::vector<uint8_t> image, int32_t format, int32_t width,
+                        int32_t height, int32_t stride, uint32_t side_size,
+                        int32_t mode) {
+  HostFrame f;
+  f.image = std::move(image);
+  f.side.resize(side_size);
+  for (size_t i = 0; i < f.side.size(); ++i) f.side[i] = static_cast<uint8_t>(i * 3 + 1);
+  f.param.format = format;
+  f.param.width = width;
+  f.param.height = height;
+  f.param.stride = stride;
+  f.param.image.ptr = f.image.data();
+  f.param.side.ptr = side_size != 0 ? f.side.data() : nullptr;
+  f.param.image_size = static_cast<uint32_t>(f.image.size());
+  f.param.side_size = side_size;
+  f.param.mode = mode;
+  return f;
+}
 
 HostFrame make_host_frame(int32_t format, int32_t width, int32_t height,
                           int32_t stride, uint32_t side_size, int32_t mode,
@@ -62,6 +82,11 @@ bool preview_until_evaluated(const FrameParam *frame) {
     }
   }
   return false;
+}
+
+int32_t preview_verdict(const HostFrame &frame) {
+  if (!preview_until_evaluated(&frame.param)) return -100;
+  return prevParam.result;
 }
 
 bool pairs_hold_buffers_once() {

@@ -26,6 +26,12 @@ struct HostFrame {
   std::vector<uint8_t> side;
 };
 
+// A host frame over the given image bytes, with a side buffer of
+// side_size bytes.
+HostFrame host_frame_of(std::vector<uint8_t> image, int32_t format, int32_t width,
+                        int32_t height, int32_t stride, uint32_t side_size,
+                        int32_t mode);
+
 HostFrame make_host_frame(int32_t format, int32_t width, int32_t height,
                           int32_t stride, uint32_t side_size, int32_t mode,
                           uint8_t seed);
@@ -39,6 +45,9 @@ bool wait_until_worker_done();
 // (right after init, say) is only taken up with the next frame: like a
 // preview stream, the frame is handed over again until it is evaluated.
 bool preview_until_evaluated(const FrameParam *frame);
+
+// Evaluates a preview frame and returns its verdict (-100 on time-out).
+int32_t preview_verdict(const HostFrame &frame);
 
 // The six blocks held by buftemp, bufmax and bufproc are those of buf,
 // each exactly once, and every image keeps its own side buffer.
