@@ -1,10 +1,10 @@
 // Portable low-light block extractor: the arithmetic stated literally, the
 // reference for the NEON twin.
+#include "feature/low_light_block.h"
+
 #include <cmath>
 #include <cstddef>
 #include <cstdlib>
-
-#include "feature/low_light_block.h"
 
 namespace qlis {
 namespace {
@@ -34,8 +34,9 @@ bool begin_low_light_block(const LowLightBlockOutputs &out,
   if (pairs <= i1 + a.dist) i1 = pairs - 1 - a.dist;
   if (groups <= g1 + a.dist) g1 = groups - 1 - a.dist;
   if (i1 <= i0 || g1 <= g0) return false;
-  *rect = LowLightSampleRect{static_cast<int32_t>(i0), static_cast<int32_t>(i1),
-                             static_cast<int32_t>(g0), static_cast<int32_t>(g1)};
+  *rect =
+      LowLightSampleRect{static_cast<int32_t>(i0), static_cast<int32_t>(i1),
+                         static_cast<int32_t>(g0), static_cast<int32_t>(g1)};
   *out.bright = 0.0;
   *out.dark = 0.0;
   *out.deviation = 0.0;

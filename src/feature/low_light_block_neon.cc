@@ -19,13 +19,18 @@ namespace {
 constexpr int32_t kChunk = 16;  // samples per gather
 
 // A row is worked on in spans of at most kSpanGroups samples, so that the
-// gathered lines fit on the stack. A span is 64 full chunks and at most one
-// overlapping tail chunk: 65 chunks between flushes of the narrow lanes.
+// gathered lines fit on the stack. A span row is 64 full chunks and at most
+// one overlapping tail chunk.
 constexpr int32_t kSpanGroups = 1024;
 
 // The frame drivers always pass dist = 1; distances beyond this (and below
 // 1, which callers must not pass) take the portable path.
 constexpr int32_t kMaxFastDist = 64;
+
+// Row pairs ahead of the current one whose bytes are prefetched (two
+// visited rows, eight frame rows).
+constexpr int32_t kPrefetchRows = 4;
+constexpr int32_t kCacheLine = 64;
 
 // Consecutive increments go to different sub-histograms, so that runs of
 // equal differences (flat areas) do not wait on their own stores.
@@ -49,54 +54,86 @@ inline uint64_t horizontal_sum(uint64x2_t v) {
   return vgetq_lane_u64(v, 0) + vgetq_lane_u64(v, 1);
 }
 
-// Sums of one block. The narrow lanes are flushed into the 64-bit totals
-// after every span (at most 65 chunks):
-// - sum16 lanes gain at most 2 x 255 per chunk: 128 chunks fit 16 bits;
-// - bright8 / dark8 lanes gain at most 1 per chunk: 255 chunks fit 8 bits;
-// - sumsq32 lanes gain at most 4 x 255^2 per chunk: 16,512 chunks fit.
+// Samples enter the sums as t = s - 128 (s ^ 0x80 read as signed): squares
+// of t fit 16-bit lanes (at most 16,384), masked-off lanes (t = 0) add to no
+// sum and are neither bright nor dark, and one signed compare each finds
+// the bright and the dark samples. Over the N samples added,
+//   sum s = sum t + 128 N,  sum s^2 = sum t^2 + 256 sum t + 16384 N,
+// integer identities, so the totals are exact.
+constexpr int8_t kBrightAbove = kLowLightBrightFirst - 1 - 128;  // t > 67
+constexpr int8_t kDarkBelow = kLowLightDarkLast + 1 - 128;       // t < -68
+
+// Lane limits, per chunk of 16 samples:
+// - sum16 lanes gain two values of t, |2 t| <= 256: 127 chunks fit 16 bits;
+// - square32 lanes gain four squares, at most 65,536: 32,767 chunks fit;
+// - bright8 / dark8 lanes gain at most 1: 255 chunks fit 8 bits.
+// So the narrow lanes are flushed before more than 127 chunks are pending.
+constexpr int32_t kMaxPendingChunks = 127;
+static_assert(kMaxPendingChunks * 256 <= 32768);
+static_assert(kSpanGroups / kChunk + 1 <= kMaxPendingChunks);
+
 struct SampleTotals {
-  uint16x8_t sum16 = vdupq_n_u16(0);
-  uint32x4_t sumsq32 = vdupq_n_u32(0);
+  int16x8_t sum16 = vdupq_n_s16(0);
+  int32x4_t square32 = vdupq_n_s32(0);
   uint8x16_t bright8 = vdupq_n_u8(0);
   uint8x16_t dark8 = vdupq_n_u8(0);
-  uint64x2_t sum = vdupq_n_u64(0);
-  uint64x2_t sumsq = vdupq_n_u64(0);
+  int32_t pending = 0;
+  int64x2_t sum = vdupq_n_s64(0);
+  uint64x2_t square = vdupq_n_u64(0);
   uint64x2_t bright = vdupq_n_u64(0);
   uint64x2_t dark = vdupq_n_u64(0);
 
-  void add(uint8x16_t s) { accumulate(s, vcleq_u8(s, vdupq_n_u8(kDarkLast))); }
+  // Makes room for `chunks` more chunks (at most kMaxPendingChunks).
+  void reserve(int32_t chunks) {
+    if (pending + chunks > kMaxPendingChunks) flush();
+    pending += chunks;
+  }
 
-  // Only the lanes set in `keep` count; the others are zeroed, which adds
-  // nothing to the sums and is not bright, but would be dark.
+  void add(uint8x16_t s) {
+    accumulate(vreinterpretq_s8_u8(veorq_u8(s, vdupq_n_u8(0x80))));
+  }
+
+  // Only the lanes set in `keep` count.
   void add_masked(uint8x16_t s, uint8x16_t keep) {
-    s = vandq_u8(s, keep);
-    accumulate(s, vandq_u8(vcleq_u8(s, vdupq_n_u8(kDarkLast)), keep));
+    accumulate(
+        vreinterpretq_s8_u8(vandq_u8(veorq_u8(s, vdupq_n_u8(0x80)), keep)));
   }
 
   void flush() {
-    sum = vpadalq_u32(sum, vpaddlq_u16(sum16));
-    sumsq = vpadalq_u32(sumsq, sumsq32);
+    sum = vpadalq_s32(sum, vpaddlq_s16(sum16));
+    square = vpadalq_u32(square, vreinterpretq_u32_s32(square32));
     bright = vpadalq_u32(bright, vpaddlq_u16(vpaddlq_u8(bright8)));
     dark = vpadalq_u32(dark, vpaddlq_u16(vpaddlq_u8(dark8)));
-    sum16 = vdupq_n_u16(0);
-    sumsq32 = vdupq_n_u32(0);
+    sum16 = vdupq_n_s16(0);
+    square32 = vdupq_n_s32(0);
     bright8 = vdupq_n_u8(0);
     dark8 = vdupq_n_u8(0);
+    pending = 0;
+  }
+
+  // Sum and sum of squares of the `samples` samples added.
+  void totals(int64_t samples, uint64_t *sum_s, uint64_t *sum_sq) {
+    flush();
+    const uint64_t sum_t = static_cast<uint64_t>(vgetq_lane_s64(sum, 0)) +
+                           static_cast<uint64_t>(vgetq_lane_s64(sum, 1));
+    const uint64_t n = static_cast<uint64_t>(samples);
+    *sum_s = sum_t + 128 * n;
+    *sum_sq = horizontal_sum(square) + 256 * sum_t + 16384 * n;
   }
 
  private:
-  static constexpr uint8_t kBrightFirst = kLowLightBrightFirst;
-  static constexpr uint8_t kDarkLast = kLowLightDarkLast;
-
-  void accumulate(uint8x16_t s, uint8x16_t is_dark) {
-    sum16 = vpadalq_u8(sum16, s);
-    const uint8x8_t low = vget_low_u8(s);
-    const uint8x8_t high = vget_high_u8(s);
-    sumsq32 = vpadalq_u16(sumsq32, vmull_u8(low, low));
-    sumsq32 = vpadalq_u16(sumsq32, vmull_u8(high, high));
+  void accumulate(int8x16_t t) {
+    sum16 = vpadalq_s8(sum16, t);
+    // Even and odd lanes sign-extended in place: whole-register shifts
+    // instead of widening the two halves.
+    const int16x8_t pairs = vreinterpretq_s16_s8(t);
+    const int16x8_t even = vshrq_n_s16(vshlq_n_s16(pairs, 8), 8);
+    const int16x8_t odd = vshrq_n_s16(pairs, 8);
+    square32 = vpadalq_s16(square32, vmulq_s16(even, even));
+    square32 = vpadalq_s16(square32, vmulq_s16(odd, odd));
     // Comparison masks are all ones (-1): subtracting counts one.
-    bright8 = vsubq_u8(bright8, vcgeq_u8(s, vdupq_n_u8(kBrightFirst)));
-    dark8 = vsubq_u8(dark8, is_dark);
+    bright8 = vsubq_u8(bright8, vcgtq_s8(t, vdupq_n_s8(kBrightAbove)));
+    dark8 = vsubq_u8(dark8, vcltq_s8(t, vdupq_n_s8(kDarkBelow)));
   }
 };
 
@@ -118,9 +155,23 @@ void gather_line(const uint8_t *p, int32_t count, uint8_t *out) {
   }
 }
 
+// Chunks a span row of `count` samples is worked in.
+inline int32_t chunks_of(int32_t count) {
+  return (count + kChunk - 1) / kChunk;
+}
+
+// Asks for the bytes of `count` groups from p on ahead of their use: the
+// visited rows of a block are four frame rows apart, too far for the
+// hardware's streams to follow from one short row segment to the next.
+inline void prefetch_groups(const uint8_t *p, int32_t count) {
+  const int32_t bytes = 5 * count;
+  for (int32_t b = 0; b < bytes; b += kCacheLine) __builtin_prefetch(p + b);
+}
+
 // Statistics of `count` (<= kSpanGroups) samples of the row at p, gathered
 // straight into registers.
 void add_row_statistics(SampleTotals &t, const uint8_t *p, int32_t count) {
+  t.reserve(chunks_of(count));
   if (count < kChunk) {
     uint8_t line[kChunk] = {};
     gather_group_byte4_row(p, count, line);
@@ -136,7 +187,6 @@ void add_row_statistics(SampleTotals &t, const uint8_t *p, int32_t count) {
                    lanes_from(kChunk - fresh));
     }
   }
-  t.flush();
 }
 
 using SubHistograms = uint32_t[kSubHistograms][kBins];
@@ -162,6 +212,7 @@ inline void scatter_differences(SubHistograms &sub, uint8x16_t s, uint8x16_t h,
 void add_row_differences(SubHistograms &sub, SampleTotals *t,
                          const uint8_t *line, int32_t dist,
                          const uint8_t *below, int32_t count) {
+  if (t != nullptr) t->reserve(chunks_of(count));
   int32_t k = 0;
   for (; k + kChunk <= count; k += kChunk) {
     const uint8x16_t s = vld1q_u8(line + k);
@@ -182,7 +233,6 @@ void add_row_differences(SubHistograms &sub, SampleTotals *t,
       t->add_masked(s, vandq_u8(lanes_from(first), lanes_below(end)));
     }
   }
-  if (t != nullptr) t->flush();
 }
 
 // Adds the sub-histograms into the caller's counts, wrapping at 32 bits
@@ -233,6 +283,9 @@ int64_t low_light_block_features(const LowLightBlockOutputs &out,
       uint8_t *next = line_b;
       gather_line(row_at(r.i0, ga), count + dist, line);
       for (int32_t i = r.i0; i < r.i1; i += 2) {
+        if (i + kPrefetchRows < r.i1) {
+          prefetch_groups(row_at(i + kPrefetchRows, ga), count + dist);
+        }
         // With dist 1 the lower neighbours are the next visited row, so
         // that row is gathered once, right neighbours included.
         const uint8_t *below = next;
@@ -257,15 +310,21 @@ int64_t low_light_block_features(const LowLightBlockOutputs &out,
     for (int32_t ga = r.g0; ga < r.g1; ga += kSpanGroups) {
       const int32_t count = std::min(kSpanGroups, r.g1 - ga);
       for (int32_t i = r.i0; i < r.i1; i += 2) {
+        if (i + kPrefetchRows < r.i1) {
+          prefetch_groups(row_at(i + kPrefetchRows, ga), count);
+        }
         add_row_statistics(totals, row_at(i, ga), count);
       }
     }
   }
 
   if (statistics) {
+    uint64_t sum = 0;
+    uint64_t sum_sq = 0;
+    totals.totals(static_cast<int64_t>(r.groups()) * r.visited_rows(), &sum,
+                  &sum_sq);
     store_low_light_statistics(
-        out, r, horizontal_sum(totals.sum), horizontal_sum(totals.sumsq),
-        static_cast<double>(horizontal_sum(totals.bright)),
+        out, r, sum, sum_sq, static_cast<double>(horizontal_sum(totals.bright)),
         static_cast<double>(horizontal_sum(totals.dark)));
   }
   return 0;

@@ -47,11 +47,10 @@ uint64_t low_light_frame_features(BlockFeatureSet *features,
       const int32_t b = kGrid * r + c;
       const LowLightBlockOutputs out{&mean,   &deviation, &variation,
                                      &bright, &dark,      &diff_hists[b]};
-      const LowLightBlockArgs args{data,          r * bh, (r + 1) * bh,
-                                   c * bw,        (c + 1) * bw,
-                                   kNeighbourDist, height, width,
-                                   stride,        stats_flag,
-                                   gradient_flag};
+      const LowLightBlockArgs args{data,       r * bh,       (r + 1) * bh,
+                                   c * bw,     (c + 1) * bw, kNeighbourDist,
+                                   height,     width,        stride,
+                                   stats_flag, gradient_flag};
       const int64_t e = extractor(out, args);
       count += static_cast<uint64_t>(gradient_flag);
       // Signed 64-bit product, formed in unsigned arithmetic so that it

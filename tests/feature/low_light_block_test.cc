@@ -27,8 +27,8 @@ struct Rect {
 };
 
 void PrintTo(const Rect &r, std::ostream *os) {
-  *os << "rows " << r.row_begin << ".." << r.row_end << " cols "
-      << r.col_begin << ".." << r.col_end;
+  *os << "rows " << r.row_begin << ".." << r.row_end << " cols " << r.col_begin
+      << ".." << r.col_end;
 }
 
 // The extractor's outputs, preset to a value no computation produces.
@@ -57,9 +57,9 @@ struct Frame {
   }
   LowLightBlockArgs args(Rect r, int32_t dist = 1, int32_t stats_flag = 1,
                          int32_t gradient_flag = 1) const {
-    return {buffer.data(), r.row_begin, r.row_end, r.col_begin,
-            r.col_end,     dist,        geometry.height, geometry.width,
-            geometry.stride, stats_flag, gradient_flag};
+    return {buffer.data(),   r.row_begin, r.row_end,       r.col_begin,
+            r.col_end,       dist,        geometry.height, geometry.width,
+            geometry.stride, stats_flag,  gradient_flag};
   }
   Geometry geometry;
   test::PageEndBuffer buffer;
@@ -162,20 +162,19 @@ TEST_P(LowLightFlatBlock, PutsThreeCountsPerSampleInBinZero) {
 
 INSTANTIATE_TEST_SUITE_P(
     ValuesAndEdges, LowLightFlatBlock,
-    ::testing::Combine(
-        ::testing::ValuesIn(extractors()),
-        ::testing::Values(
-            // Row pairs 0, 2, 4, 6 of 0..7; groups 0..7.
-            FlatCase{{0, 16, 0, 32}, 77, 32, 0.0, 0.0},
-            FlatCase{{0, 16, 0, 32}, 0, 32, 0.0, 1.0},
-            FlatCase{{0, 16, 0, 32}, 59, 32, 0.0, 1.0},
-            FlatCase{{0, 16, 0, 32}, 60, 32, 0.0, 0.0},
-            FlatCase{{0, 16, 0, 32}, 195, 32, 0.0, 0.0},
-            FlatCase{{0, 16, 0, 32}, 196, 32, 1.0, 0.0},
-            FlatCase{{0, 16, 0, 32}, 255, 32, 1.0, 0.0},
-            // At the bottom right the wider clamp leaves row pairs 8..13
-            // (visited 8, 10, 12) and groups 8..13.
-            FlatCase{{16, 32, 32, 64}, 100, 18, 0.0, 0.0})));
+    ::testing::Combine(::testing::ValuesIn(extractors()),
+                       ::testing::Values(
+                           // Row pairs 0, 2, 4, 6 of 0..7; groups 0..7.
+                           FlatCase{{0, 16, 0, 32}, 77, 32, 0.0, 0.0},
+                           FlatCase{{0, 16, 0, 32}, 0, 32, 0.0, 1.0},
+                           FlatCase{{0, 16, 0, 32}, 59, 32, 0.0, 1.0},
+                           FlatCase{{0, 16, 0, 32}, 60, 32, 0.0, 0.0},
+                           FlatCase{{0, 16, 0, 32}, 195, 32, 0.0, 0.0},
+                           FlatCase{{0, 16, 0, 32}, 196, 32, 1.0, 0.0},
+                           FlatCase{{0, 16, 0, 32}, 255, 32, 1.0, 0.0},
+                           // At the bottom right the wider clamp leaves row
+                           // pairs 8..13 (visited 8, 10, 12) and groups 8..13.
+                           FlatCase{{16, 32, 32, 64}, 100, 18, 0.0, 0.0})));
 
 struct RowCase {
   Rect rect;
@@ -232,10 +231,10 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_P(LowLightBlock, EmptyBlockReturnsMinusOneAndZeroesOnlyMeanAndDeviation) {
   Frame f({32, 64, 80}, 50);
   const Rect empty[] = {
-      {8, 8, 0, 32},     // no rows
-      {0, 16, 20, 22},   // groups 5..5
-      {0, 16, 56, 64},   // groups 14..16 clamped to 14..14
-      {30, 40, 0, 32},   // row pairs 15..20 clamped to 15..14
+      {8, 8, 0, 32},    // no rows
+      {0, 16, 20, 22},  // groups 5..5
+      {0, 16, 56, 64},  // groups 14..16 clamped to 14..14
+      {30, 40, 0, 32},  // row pairs 15..20 clamped to 15..14
   };
   for (const Rect &rect : empty) {
     Results r;
@@ -317,13 +316,21 @@ TEST(LowLightBlockTwins, NeonMatchesPortableOnRandomBlocks) {
       const int32_t rb = pick(g.height);
       const int32_t cb = pick(g.width);
       const auto &f = flags[trial % 5];
-      const LowLightBlockArgs args{frame.data(), rb, rb + pick(g.height + 8),
-                                   cb, cb + pick(g.width + 16), 1, g.height,
-                                   g.width, g.stride, f[0], f[1]};
+      const LowLightBlockArgs args{frame.data(),
+                                   rb,
+                                   rb + pick(g.height + 8),
+                                   cb,
+                                   cb + pick(g.width + 16),
+                                   1,
+                                   g.height,
+                                   g.width,
+                                   g.stride,
+                                   f[0],
+                                   f[1]};
       SCOPED_TRACE(::testing::Message()
                    << g.height << "x" << g.width << " rows " << args.row_begin
-                   << ".." << args.row_end << " cols " << args.col_begin
-                   << ".." << args.col_end);
+                   << ".." << args.row_end << " cols " << args.col_begin << ".."
+                   << args.col_end);
       expect_twins_agree(args, seed + trial);
     }
   }
@@ -336,16 +343,16 @@ TEST(LowLightBlockTwins, NeonMatchesPortableForLargerDistances) {
     const Geometry g{360, 1300, 1700};
     test::RandomFrame frame({g.height + 2 * (dist - 1), g.width, g.stride},
                             static_cast<uint32_t>(dist));
-    for (const Rect &rect : {Rect{0, 360, 0, 1300}, Rect{6, 50, 8, 90},
-                             Rect{33, 97, 400, 1290}}) {
-      SCOPED_TRACE(::testing::Message() << "dist " << dist << " rows "
-                                        << rect.row_begin << " cols "
-                                        << rect.col_begin);
+    for (const Rect &rect :
+         {Rect{0, 360, 0, 1300}, Rect{6, 50, 8, 90}, Rect{33, 97, 400, 1290}}) {
+      SCOPED_TRACE(::testing::Message()
+                   << "dist " << dist << " rows " << rect.row_begin << " cols "
+                   << rect.col_begin);
       for (int32_t stats = 0; stats <= 1; ++stats) {
-        expect_twins_agree({frame.data(), rect.row_begin, rect.row_end,
-                            rect.col_begin, rect.col_end, dist, g.height,
-                            g.width, g.stride, stats, 1},
-                           static_cast<uint32_t>(dist));
+        expect_twins_agree(
+            {frame.data(), rect.row_begin, rect.row_end, rect.col_begin,
+             rect.col_end, dist, g.height, g.width, g.stride, stats, 1},
+            static_cast<uint32_t>(dist));
       }
     }
   }

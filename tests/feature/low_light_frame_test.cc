@@ -52,14 +52,15 @@ std::vector<DiffHistogram> noise_histograms(uint32_t seed) {
 
 // Runs the driver with histograms preset to seeded noise and records
 // preset to a pattern no block produces.
-DriverRun drive(const uint8_t *data, Geometry g, uint32_t mode, uint32_t seed,
-        LowLightBlockExtractor extractor = kernels::low_light_block_features) {
+DriverRun drive(
+    const uint8_t *data, Geometry g, uint32_t mode, uint32_t seed,
+    LowLightBlockExtractor extractor = kernels::low_light_block_features) {
   DriverRun out;
   std::memset(&out.features, 0x5a, sizeof(out.features));
   out.hists = noise_histograms(seed);
-  out.value = low_light_frame_features(&out.features, out.hists.data(), mode,
-                                       data, g.height, g.width, g.stride,
-                                       extractor);
+  out.value =
+      low_light_frame_features(&out.features, out.hists.data(), mode, data,
+                               g.height, g.width, g.stride, extractor);
   return out;
 }
 
@@ -181,10 +182,9 @@ TEST(LowLightFrame, ExportedEntryPointsMatchTheDriver) {
   DriverRun got;
   got.hists = noise_histograms(6);
   std::memset(&got.features, 0x5a, sizeof(got.features));
-  EXPECT_EQ(calc_feature_quality_with_sub_low_light(&got.features,
-                                                    got.hists.data(), 0,
-                                                    frame.data(), g.height,
-                                                    g.width, g.stride),
+  EXPECT_EQ(calc_feature_quality_with_sub_low_light(
+                &got.features, got.hists.data(), 0, frame.data(), g.height,
+                g.width, g.stride),
             want.value);
   EXPECT_EQ(std::memcmp(&got.features, &want.features, sizeof(want.features)),
             0);
@@ -194,11 +194,11 @@ TEST(LowLightFrame, ExportedEntryPointsMatchTheDriver) {
 
   double out[5] = {};
   DiffHistogram hist = {};
-  EXPECT_EQ(image_feature_quality_for_raw_10bit_continuous_2_low_light_4(
-                &out[0], &out[1], &out[2], &out[3], &out[4], &hist,
-                frame.data(), 0, g.height >> 3, 0, g.width >> 3, 1, g.height,
-                g.width, g.stride, 1, 1),
-            0);
+  EXPECT_EQ(
+      image_feature_quality_for_raw_10bit_continuous_2_low_light_4(
+          &out[0], &out[1], &out[2], &out[3], &out[4], &hist, frame.data(), 0,
+          g.height >> 3, 0, g.width >> 3, 1, g.height, g.width, g.stride, 1, 1),
+      0);
   EXPECT_EQ(out[0], want.features.block[0].sample_sum);
   EXPECT_EQ(out[2], want.features.block[0].variation);
 }
@@ -212,11 +212,11 @@ TEST(LowLightFrameTwins, NeonMatchesPortableOnWholeFrames) {
   for (const Geometry &g : geometries) {
     test::RandomFrame frame(g, seed++);
     for (uint32_t mode : {0u, 1u, 2u, 7u}) {
-      SCOPED_TRACE(::testing::Message() << g.height << "x" << g.width
-                                        << " stride " << g.stride << " mode "
-                                        << mode);
+      SCOPED_TRACE(::testing::Message()
+                   << g.height << "x" << g.width << " stride " << g.stride
+                   << " mode " << mode);
       const DriverRun a = drive(frame.data(), g, mode, seed,
-                        &portable::low_light_block_features);
+                                &portable::low_light_block_features);
       const DriverRun b =
           drive(frame.data(), g, mode, seed, &neon::low_light_block_features);
       EXPECT_EQ(a.value, b.value);
