@@ -1,9 +1,11 @@
 // Vector twin of the re-blur comparison. The planes are private to the
-// call, so instead of a summed-area table the box sums come from a running
-// column sum and a horizontal tap sum, both in 16-bit lanes; they give the
-// same integers as the table, whose wrapped 32-bit differences equal the
-// true box sums (all below 2^32).
+// call, so instead of a summed-area table the box sums come from column
+// sums that slide down one row at a time and a horizontal sum over pairs of
+// columns, all in 16-bit lanes. They give the same integers as the table,
+// whose wrapped 32-bit differences equal the true box sums (all below
+// 2^32), and the blurred plane is consumed as it is made.
 #include <cstddef>
+#include <cstring>
 #include <limits>
 
 #include "compare/reblur.h"
@@ -22,10 +24,6 @@ constexpr int32_t kMaxVectorRadius = 7;
 constexpr int32_t kLanes = 16;  // outputs per step
 
 constexpr uint32_t kReciprocalOne = 262144;
-// The 32-bit product (recip * box) >> 18 is taken as a 16-bit narrowing
-// shift by 16 followed by a narrowing shift by 2.
-constexpr int kProductHighShift = 16;
-constexpr int kRemainingShift = 2;
 
 constexpr size_t kRowStep = 4;
 constexpr size_t kFirstRow = 3;
@@ -50,55 +48,108 @@ void gather_sample_row(const uint8_t *image, uint32_t stride, int32_t row,
   gather_group_byte4_row(packed, w4, small + static_cast<size_t>(row) * w4);
 }
 
-// column += add - sub over w4 lanes. 16-bit wrapping is harmless: the
-// column sum itself is at most (2R + 1) * 255.
-void update_columns(uint16_t *column, const uint8_t *add, const uint8_t *sub,
-                    int32_t w4) {
-  int32_t x = 0;
-  for (; x + kLanes <= w4; x += kLanes) {
-    const uint8x16_t a = vld1q_u8(add + x);
-    const uint8x16_t s = vld1q_u8(sub + x);
-    uint16x8_t lo = vld1q_u16(column + x);
-    uint16x8_t hi = vld1q_u16(column + x + 8);
-    lo = vaddq_u16(lo, vsubl_u8(vget_low_u8(a), vget_low_u8(s)));
-    hi = vaddq_u16(hi, vsubl_u8(vget_high_u8(a), vget_high_u8(s)));
-    vst1q_u16(column + x, lo);
-    vst1q_u16(column + x + 8, hi);
-  }
-  for (; x < w4; ++x) {
-    column[x] = static_cast<uint16_t>(column[x] + add[x] - sub[x]);
-  }
+// Widening and narrowing of byte lanes. A64 interleaves with zero and
+// de-interleaves in one step each; A32 has only the 64-bit forms.
+inline uint16x8_t widen_low(uint8x16_t v) {
+#if QLIS_NEON_A64
+  return vreinterpretq_u16_u8(vzip1q_u8(v, vdupq_n_u8(0)));
+#else
+  return vmovl_u8(vget_low_u8(v));
+#endif
+}
+
+inline uint16x8_t widen_high(uint8x16_t v) {
+#if QLIS_NEON_A64
+  return vreinterpretq_u16_u8(vzip2q_u8(v, vdupq_n_u8(0)));
+#else
+  return vmovl_u8(vget_high_u8(v));
+#endif
+}
+
+// Low bytes of 16 lanes whose values fit 8 bits.
+inline uint8x16_t narrow(uint16x8_t low, uint16x8_t high) {
+#if QLIS_NEON_A64
+  return vuzp1q_u8(vreinterpretq_u8_u16(low), vreinterpretq_u8_u16(high));
+#else
+  return vcombine_u8(vmovn_u16(low), vmovn_u16(high));
+#endif
 }
 
 void add_columns(uint16_t *column, const uint8_t *add, int32_t w4) {
   int32_t x = 0;
   for (; x + kLanes <= w4; x += kLanes) {
     const uint8x16_t a = vld1q_u8(add + x);
-    vst1q_u16(column + x, vaddw_u8(vld1q_u16(column + x), vget_low_u8(a)));
+    vst1q_u16(column + x, vaddq_u16(vld1q_u16(column + x), widen_low(a)));
     vst1q_u16(column + x + 8,
-              vaddw_u8(vld1q_u16(column + x + 8), vget_high_u8(a)));
+              vaddq_u16(vld1q_u16(column + x + 8), widen_high(a)));
   }
   for (; x < w4; ++x) column[x] = static_cast<uint16_t>(column[x] + add[x]);
 }
 
-// Box sums of the 8 columns centred on x .. x + 7.
+// Moves the column sums down one row (column += enter - leave) and stores
+// pair[x] = column[x - 1] + column[x] for the horizontal pass (pair[0] is
+// never read). 16-bit wrapping of the differences is harmless: a column
+// sum is at most 15 * 255 and a pair sum twice that.
+void slide_columns(uint16_t *column, uint16_t *pair, const uint8_t *enter,
+                   const uint8_t *leave, int32_t w4) {
+  uint16x8_t previous = vdupq_n_u16(0);
+  int32_t x = 0;
+  for (; x + kLanes <= w4; x += kLanes) {
+    const uint8x16_t in = vld1q_u8(enter + x);
+    const uint8x16_t out = vld1q_u8(leave + x);
+    const uint16x8_t lo = vsubq_u16(
+        vaddq_u16(vld1q_u16(column + x), widen_low(in)), widen_low(out));
+    const uint16x8_t hi = vsubq_u16(
+        vaddq_u16(vld1q_u16(column + x + 8), widen_high(in)), widen_high(out));
+    vst1q_u16(column + x, lo);
+    vst1q_u16(column + x + 8, hi);
+    vst1q_u16(pair + x, vaddq_u16(lo, vextq_u16(previous, lo, 7)));
+    vst1q_u16(pair + x + 8, vaddq_u16(hi, vextq_u16(lo, hi, 7)));
+    previous = hi;
+  }
+  for (; x < w4; ++x) {
+    column[x] = static_cast<uint16_t>(column[x] + enter[x] - leave[x]);
+    pair[x] = static_cast<uint16_t>(column[x] + (x > 0 ? column[x - 1] : 0));
+  }
+}
+
+// Box sums of the 8 columns centred on x .. x + 7: R pairs covering
+// x - R .. x + R - 1, then column x + R.
 template <int32_t R>
-inline uint16x8_t box_sum_8(const uint16_t *column, int32_t x) {
-  uint16x8_t sum = vld1q_u16(column + x - R);
-  for (int32_t t = 1; t <= 2 * R; ++t) {
-    sum = vaddq_u16(sum, vld1q_u16(column + x - R + t));
+inline uint16x8_t box_sum_8(const uint16_t *column, const uint16_t *pair,
+                            int32_t x) {
+  uint16x8_t sum = vld1q_u16(column + x + R);
+  for (int32_t j = 0; j < R; ++j) {
+    sum = vaddq_u16(sum, vld1q_u16(pair + x - R + 1 + 2 * j));
   }
   return sum;
 }
 
-// (recip * box) >> 18, low 8 bits: recip < 2^16 for R >= 1, and the
-// product stays below 255 * 2^18.
-inline uint8x8_t box_average_8(uint16x8_t box, uint16x4_t recip) {
-  const uint32x4_t lo = vmull_u16(vget_low_u16(box), recip);
-  const uint32x4_t hi = vmull_u16(vget_high_u16(box), recip);
-  const uint16x8_t high_half = vcombine_u16(vshrn_n_u32(lo, kProductHighShift),
-                                            vshrn_n_u32(hi, kProductHighShift));
-  return vshrn_n_u16(high_half, kRemainingShift);
+// Up to radius 5 a box sum is below 121 * 255 < 2^15 and fits a signed
+// lane, so the product can use the rounding doubling multiply-high.
+constexpr int32_t kMaxSignedRadius = 5;
+
+// (recip * box) >> 18. Exact whenever the product stays below 255 * 2^18,
+// which recip <= 2^18 / k^2 guarantees.
+template <int32_t R>
+inline uint16x8_t box_average_8(uint16x8_t box, uint16_t recip) {
+  if constexpr (R <= kMaxSignedRadius) {
+    // vqrdmulh gives (P + 2^14) >> 15 for P = box * recip; subtracting bit
+    // 14 of P, read from the low 16-bit product, turns the rounding into
+    // truncation: P >> 15. Three more right shifts give P >> 18.
+    const int16x8_t factor = vdupq_n_s16(static_cast<int16_t>(recip));
+    const uint16x8_t rounded = vreinterpretq_u16_s16(
+        vqrdmulhq_s16(vreinterpretq_s16_u16(box), factor));
+    const uint16x8_t low = vmulq_n_u16(box, recip);
+    const uint16x8_t bit14 = vshrq_n_u16(vshlq_n_u16(low, 1), 15);
+    return vshrq_n_u16(vsubq_u16(rounded, bit14), 3);
+  } else {
+    const uint16x4_t factor = vdup_n_u16(recip);
+    const uint32x4_t lo = vmull_u16(vget_low_u16(box), factor);
+    const uint32x4_t hi = vmull_u16(vget_high_u16(box), factor);
+    return vshrq_n_u16(vcombine_u16(vshrn_n_u32(lo, 16), vshrn_n_u32(hi, 16)),
+                       2);
+  }
 }
 
 struct Accumulators {
@@ -127,60 +178,60 @@ struct Accumulators {
 // Blurs 16 outputs at x of one interior row and accumulates the lanes that
 // `keep` selects.
 template <int32_t R>
-inline void blur_step(const uint16_t *column, const uint8_t *samples,
-                      int32_t x, uint16x4_t recip, uint8x16_t keep,
-                      Accumulators &acc) {
+inline void blur_step(const uint16_t *column, const uint16_t *pair,
+                      const uint8_t *samples, int32_t x, uint16_t recip,
+                      uint8x16_t keep, Accumulators &acc) {
   const uint8x16_t blurred =
-      vcombine_u8(box_average_8(box_sum_8<R>(column, x), recip),
-                  box_average_8(box_sum_8<R>(column, x + 8), recip));
+      narrow(box_average_8<R>(box_sum_8<R>(column, pair, x), recip),
+             box_average_8<R>(box_sum_8<R>(column, pair, x + 8), recip));
   const uint8x16_t s = vandq_u8(vld1q_u8(samples + x), keep);
   acc.add(vandq_u8(vabdq_u8(s, blurred), keep), s);
 }
 
 // Requires 1 <= R <= 7, h4 > 2R and an interior of at least 16 columns.
+// `column` and `pair` hold w4 lanes each; `zeros` holds w4 zero bytes.
 template <int32_t R>
 double reblur_radius(const uint8_t *image, uint32_t stride, int32_t h4,
-                     int32_t w4, uint8_t *small, uint16_t *column) {
+                     int32_t w4, uint8_t *small, uint16_t *column,
+                     uint16_t *pair, const uint8_t *zeros) {
   constexpr uint32_t kSide = 2 * R + 1;
-  const uint16x4_t recip =
-      vdup_n_u16(static_cast<uint16_t>(kReciprocalOne / (kSide * kSide)));
+  constexpr uint16_t kRecip =
+      static_cast<uint16_t>(kReciprocalOne / (kSide * kSide));
   static const uint8_t kLaneIndex[16] = {0, 1, 2,  3,  4,  5,  6,  7,
                                          8, 9, 10, 11, 12, 13, 14, 15};
   const uint8x16_t lane_index = vld1q_u8(kLaneIndex);
   const uint8x16_t all = vdupq_n_u8(0xFF);
   const size_t plane_stride = static_cast<size_t>(w4);
+  auto plane_row = [&](int32_t y) {
+    return small + static_cast<size_t>(y) * plane_stride;
+  };
   const int32_t x_end = w4 - R;
 
   for (int32_t x = 0; x < w4; ++x) column[x] = 0;
   for (int32_t y = 0; y < 2 * R; ++y) {
     gather_sample_row(image, stride, y, w4, small);
-    add_columns(column, small + y * plane_stride, w4);
+    add_columns(column, plane_row(y), w4);
   }
 
   Accumulators acc;
   for (int32_t y = R; y < h4 - R; ++y) {
-    // The column sums cover rows y - R .. y + R from here on.
+    // From here the column sums cover rows y - R .. y + R.
     gather_sample_row(image, stride, y + R, w4, small);
-    const uint8_t *entering = small + static_cast<size_t>(y + R) * plane_stride;
-    if (y == R) {
-      add_columns(column, entering, w4);
-    } else {
-      update_columns(column, entering,
-                     small + static_cast<size_t>(y - R - 1) * plane_stride, w4);
-    }
+    slide_columns(column, pair, plane_row(y + R),
+                  y == R ? zeros : plane_row(y - R - 1), w4);
 
-    const uint8_t *samples = small + static_cast<size_t>(y) * plane_stride;
+    const uint8_t *samples = plane_row(y);
     int32_t x = R;
     for (; x + kLanes <= x_end; x += kLanes) {
-      blur_step<R>(column, samples, x, recip, all, acc);
+      blur_step<R>(column, pair, samples, x, kRecip, all, acc);
     }
     if (x < x_end) {
       // The last step overlaps the previous one; lanes already counted are
       // masked out.
       const int32_t last = x_end - kLanes;
-      const uint8x16_t keep = vcgeq_u8(
-          lane_index, vdupq_n_u8(static_cast<uint8_t>(x - last)));
-      blur_step<R>(column, samples, last, recip, keep, acc);
+      const uint8x16_t keep =
+          vcgeq_u8(lane_index, vdupq_n_u8(static_cast<uint8_t>(x - last)));
+      blur_step<R>(column, pair, samples, last, kRecip, keep, acc);
     }
   }
   acc.flush();
@@ -207,27 +258,44 @@ double reblur_with_luminance_compensation(const uint8_t *image, int32_t height,
   }
 
   // The same three requests as the portable version, in the same order, so
-  // that an exhausted arena fails and logs alike. The column sums live in
-  // the table's piece (2 w4 of its 4 (w4 + 1) (h4 + 1) bytes); the blurred
-  // plane is never stored.
+  // that an exhausted arena fails and logs alike. The column and pair sums
+  // live in the table's piece (4 w4 of its 4 (w4 + 1) (h4 + 1) bytes); the
+  // blurred plane is never stored, and its piece lends a row of zeros.
   const uint32_t plane_bytes =
       static_cast<uint32_t>(w4) * static_cast<uint32_t>(h4);
   auto *small = static_cast<uint8_t *>(take_arena_piece(arena, plane_bytes));
   if (small == nullptr) return kNoScore;
   auto *column = static_cast<uint16_t *>(take_arena_piece(
-      arena, (static_cast<uint32_t>(w4) + 1) * (static_cast<uint32_t>(h4) + 1) *
-                 4));
+      arena,
+      (static_cast<uint32_t>(w4) + 1) * (static_cast<uint32_t>(h4) + 1) * 4));
   if (column == nullptr) return kNoScore;
-  if (take_arena_piece(arena, plane_bytes) == nullptr) return kNoScore;
+  auto *zeros = static_cast<uint8_t *>(take_arena_piece(arena, plane_bytes));
+  if (zeros == nullptr) return kNoScore;
+  std::memset(zeros, 0, static_cast<size_t>(w4));
+  uint16_t *pair = column + w4;
 
   switch (radius) {
-    case 1: return reblur_radius<1>(image, stride, h4, w4, small, column);
-    case 2: return reblur_radius<2>(image, stride, h4, w4, small, column);
-    case 3: return reblur_radius<3>(image, stride, h4, w4, small, column);
-    case 4: return reblur_radius<4>(image, stride, h4, w4, small, column);
-    case 5: return reblur_radius<5>(image, stride, h4, w4, small, column);
-    case 6: return reblur_radius<6>(image, stride, h4, w4, small, column);
-    default: return reblur_radius<7>(image, stride, h4, w4, small, column);
+    case 1:
+      return reblur_radius<1>(image, stride, h4, w4, small, column, pair,
+                              zeros);
+    case 2:
+      return reblur_radius<2>(image, stride, h4, w4, small, column, pair,
+                              zeros);
+    case 3:
+      return reblur_radius<3>(image, stride, h4, w4, small, column, pair,
+                              zeros);
+    case 4:
+      return reblur_radius<4>(image, stride, h4, w4, small, column, pair,
+                              zeros);
+    case 5:
+      return reblur_radius<5>(image, stride, h4, w4, small, column, pair,
+                              zeros);
+    case 6:
+      return reblur_radius<6>(image, stride, h4, w4, small, column, pair,
+                              zeros);
+    default:
+      return reblur_radius<7>(image, stride, h4, w4, small, column, pair,
+                              zeros);
   }
 }
 

@@ -8,9 +8,8 @@ void *take_arena_piece(ScratchArena &arena, uint32_t length) {
   // The alignment is of the address, not of the offset: a base that is not
   // itself aligned still gives aligned pieces.
   const uintptr_t cursor = reinterpret_cast<uintptr_t>(arena.base) + arena.used;
-  const uint32_t padding =
-      static_cast<uint32_t>((kArenaAlignment - cursor % kArenaAlignment) %
-                            kArenaAlignment);
+  const uint32_t padding = static_cast<uint32_t>(
+      (kArenaAlignment - cursor % kArenaAlignment) % kArenaAlignment);
   // In 64 bits no sum of three 32-bit values can wrap, so a length near
   // 2^32 is refused instead of appearing to fit.
   const uint64_t need = static_cast<uint64_t>(padding) + length + arena.used;

@@ -1,3 +1,5 @@
+#include "compare/reblur.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -9,7 +11,6 @@
 #include <string>
 #include <vector>
 
-#include "compare/reblur.h"
 #include "compare/scratch_arena.h"
 #include "ql_is/ql_is.h"
 #include "support/frames.h"
@@ -50,7 +51,9 @@ std::vector<Twin> twins() {
 
 // The session-sized arena, 64-aligned so that logged paddings are known.
 struct Arena {
-  Arena() : block(static_cast<uint8_t *>(std::aligned_alloc(64, kScratchArenaBytes))) {}
+  Arena()
+      : block(static_cast<uint8_t *>(
+            std::aligned_alloc(64, kScratchArenaBytes))) {}
   ~Arena() { std::free(block); }
   Arena(const Arena &) = delete;
   Arena &operator=(const Arena &) = delete;
@@ -59,7 +62,8 @@ struct Arena {
 };
 
 uint8_t &sample(uint8_t *frame, int32_t stride, int32_t i, int32_t j) {
-  return frame[(4 * static_cast<size_t>(i) + 3) * stride + 5 * static_cast<size_t>(j) + 4];
+  return frame[(4 * static_cast<size_t>(i) + 3) * stride +
+               5 * static_cast<size_t>(j) + 4];
 }
 
 // Obviously correct and slow: each box summed directly.
@@ -67,7 +71,8 @@ double reference_reblur(const uint8_t *frame, Geometry g, int32_t r) {
   const int32_t h4 = g.height / 4, w4 = g.width / 4, k = 2 * r + 1;
   const uint64_t recip = 262144 / (k * k);
   auto at = [&](int32_t i, int32_t j) {
-    return frame[(4 * static_cast<size_t>(i) + 3) * g.stride + 5 * static_cast<size_t>(j) + 4];
+    return frame[(4 * static_cast<size_t>(i) + 3) * g.stride +
+                 5 * static_cast<size_t>(j) + 4];
   };
   uint64_t diff = 0, luma = 0;
   for (int32_t y = r; y < h4 - r; ++y) {
@@ -87,7 +92,8 @@ double reference_reblur(const uint8_t *frame, Geometry g, int32_t r) {
 class ReblurTest : public ::testing::TestWithParam<Twin> {
  protected:
   double run(const uint8_t *frame, Geometry g, int32_t r) {
-    return GetParam().fn(frame, g.height, g.width, static_cast<uint32_t>(g.stride), r,
+    return GetParam().fn(frame, g.height, g.width,
+                         static_cast<uint32_t>(g.stride), r,
                          arena_.descriptor());
   }
   Arena arena_;
@@ -137,7 +143,8 @@ TEST_P(ReblurTest, BlackPlaneIsNaN) {
   const Geometry g{100, 180, 240};
   std::vector<uint8_t> frame(static_cast<size_t>(g.height) * g.stride, 0xFF);
   for (int32_t i = 0; i < g.height / 4; ++i) {
-    for (int32_t j = 0; j < g.width / 4; ++j) sample(frame.data(), g.stride, i, j) = 0;
+    for (int32_t j = 0; j < g.width / 4; ++j)
+      sample(frame.data(), g.stride, i, j) = 0;
   }
   EXPECT_TRUE(std::isnan(run(frame.data(), g, 5)));
 }
@@ -146,17 +153,20 @@ TEST_P(ReblurTest, RemainderRowsAndColumnsAreIgnored) {
   const Geometry whole{96, 180, 240};
   RandomFrame frame({whole.height + 3, whole.width, whole.stride}, 5);
   const double expected = run(frame.data(), whole, 5);
-  EXPECT_EQ(run(frame.data(), {whole.height + 3, whole.width + 3, whole.stride}, 5),
-            expected);
+  EXPECT_EQ(
+      run(frame.data(), {whole.height + 3, whole.width + 3, whole.stride}, 5),
+      expected);
 }
 
 TEST_P(ReblurTest, StartsFromTheCallersUsedCountAndLeavesItAlone) {
   const Geometry g{96, 180, 240};
   RandomFrame frame(g, 9);
   ScratchArena arena = arena_.descriptor();
-  const double fresh = GetParam().fn(frame.data(), g.height, g.width, g.stride, 5, arena);
+  const double fresh =
+      GetParam().fn(frame.data(), g.height, g.width, g.stride, 5, arena);
   arena.used = 1000;
-  EXPECT_EQ(GetParam().fn(frame.data(), g.height, g.width, g.stride, 5, arena), fresh);
+  EXPECT_EQ(GetParam().fn(frame.data(), g.height, g.width, g.stride, 5, arena),
+            fresh);
   EXPECT_EQ(arena.used, 1000u);
 }
 
@@ -169,16 +179,20 @@ struct Exhaustion {
 // W4 = 41, H4 = 16: pieces of 656, 2856 and 656 bytes from an aligned base.
 // The short frame shows that the requests come before the size check.
 const Exhaustion kExhaustions[] = {
-    {{64, 164, 205}, 500,
+    {{64, 164, 205},
+     500,
      "quelarn_time:AssignMemSpace:error!total_len=500,used_len=0,"
      "offset_add=0,last_use=656,lack_len=156\n"},
-    {{64, 164, 205}, 1000,
+    {{64, 164, 205},
+     1000,
      "quelarn_time:AssignMemSpace:error!total_len=1000,used_len=656,"
      "offset_add=48,last_use=2856,lack_len=2512\n"},
-    {{64, 164, 205}, 4000,
+    {{64, 164, 205},
+     4000,
      "quelarn_time:AssignMemSpace:error!total_len=4000,used_len=3560,"
      "offset_add=24,last_use=656,lack_len=216\n"},
-    {{40, 164, 205}, 500,
+    {{40, 164, 205},
+     500,
      "quelarn_time:AssignMemSpace:error!total_len=500,used_len=410,"
      "offset_add=38,last_use=1848,lack_len=1758\n"},
 };
@@ -196,7 +210,9 @@ TEST_P(ReblurTest, ExhaustedArenaIsNaNAndLogsTheFailedRequest) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Twins, ReblurTest, ::testing::ValuesIn(twins()),
-                         [](const auto &info) { return std::string(info.param.name); });
+                         [](const auto &info) {
+                           return std::string(info.param.name);
+                         });
 
 #if QLIS_HAVE_NEON
 uint64_t bits(double v) {

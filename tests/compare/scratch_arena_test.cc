@@ -1,10 +1,11 @@
+#include "compare/scratch_arena.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdint>
 #include <ostream>
 #include <string>
 
-#include "compare/scratch_arena.h"
 #include "ql_is/ql_is.h"
 #include "support/host_hooks.h"
 
@@ -20,7 +21,8 @@ uintptr_t address(const void *p) { return reinterpret_cast<uintptr_t>(p); }
 class ScratchArenaTest : public ::testing::TestWithParam<uint32_t> {};
 
 // The parameter is how far the base sits past a 64-byte boundary.
-TEST_P(ScratchArenaTest, ZeroByteRequestReturnsNextAlignedAddressAndTakesOnlyPadding) {
+TEST_P(ScratchArenaTest,
+       ZeroByteRequestReturnsNextAlignedAddressAndTakesOnlyPadding) {
   Block block;
   const uint32_t offset = GetParam();
   ScratchArena arena{block.bytes + offset, 1000, 0};
@@ -60,7 +62,7 @@ TEST(ScratchArena, OneByteRequestsFromAlignedBaseAre64Apart) {
 
 struct Overflow {
   uint32_t used;
-  uint32_t length;  // the request that exactly fills the arena
+  uint32_t length;   // the request that exactly fills the arena
   const char *line;  // logged for one byte more
 };
 
