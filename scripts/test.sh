@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds and runs every test suite: the host suite (NEON kernels through
-# SIMDe), AddressSanitizer + UndefinedBehaviorSanitizer, the portable
+# SIMDe), AddressSanitizer + UndefinedBehaviorSanitizer, ThreadSanitizer on
+# the suites that run threads (session, worker, captures), the portable
 # kernels only, and the 32- and 64-bit ARM suites under qemu-user.
 # Usage: test.sh [preset ...]   (default: all of them)
 set -euo pipefail
@@ -8,13 +9,20 @@ cd "$(dirname "$0")/.."
 bash scripts/install-deps.sh --tests
 
 presets=("$@")
-[[ ${#presets[@]} -eq 0 ]] && presets=(host-release host-asan host-portable armhf aarch64)
+[[ ${#presets[@]} -eq 0 ]] && presets=(host-release host-asan host-tsan host-portable armhf aarch64)
 
 jobs=$(nproc)
 for preset in "${presets[@]}"; do
   echo "=== ${preset}"
   cmake --preset "${preset}" >/dev/null
-  cmake --build --preset "${preset}" -j "${jobs}"
-  ctest --preset "${preset}" -j "${jobs}"
+  if [[ "${preset}" == host-tsan ]]; then
+    # The pixel kernels run on one thread; ThreadSanitizer is for the
+    # suites where the library's threads meet.
+    cmake --build --preset "${preset}" -j "${jobs}" --target qlis_api_tests qlis_worker_tests
+    ctest --preset "${preset}" -j "${jobs}" -L '^(api|worker)$'
+  else
+    cmake --build --preset "${preset}" -j "${jobs}"
+    ctest --preset "${preset}" -j "${jobs}"
+  fi
 done
 echo "=== all suites passed: ${presets[*]}"

@@ -19,8 +19,15 @@ class ScopedSession {
   bool ok_;
 };
 
-// A host frame record over buffers the test owns.
+// A host frame record over buffers the test owns. Move-only: a move keeps
+// the buffers the record points at, a copy would not.
 struct HostFrame {
+  HostFrame() = default;
+  HostFrame(HostFrame &&) = default;
+  HostFrame &operator=(HostFrame &&) = default;
+  HostFrame(const HostFrame &) = delete;
+  HostFrame &operator=(const HostFrame &) = delete;
+
   FrameParam param = {};
   std::vector<uint8_t> image;
   std::vector<uint8_t> side;
