@@ -87,9 +87,8 @@ uint64_t yuv_block_features(uint64_t *sum_out, uint64_t *aux_out,
     return portable::yuv_block_features(sum_out, aux_out, args);
   }
 
-  // Bytes of a row that the samples and their right neighbours need end at
-  // col_end (the last sample lies below col_end, its neighbour one on); no
-  // load reaches past that.
+  // The last sample of a row lies below col_end and its right neighbour at
+  // most at col_end, so no load, on either row, reaches past byte col_end.
   const int64_t read_end = static_cast<int64_t>(a.col_end) + 1;
   const size_t stride = static_cast<size_t>(a.stride);
   Totals t;
