@@ -8,9 +8,9 @@ namespace {
 constexpr int32_t kHistogramBins = 256;
 
 inline int32_t sample(const Raw10BlockArgs &a, int32_t i, int32_t g) {
-  const size_t offset = 2 * static_cast<size_t>(i) *
-                            static_cast<size_t>(a.stride) +
-                        5 * static_cast<size_t>(g) + 4;
+  const size_t offset =
+      2 * static_cast<size_t>(i) * static_cast<size_t>(a.stride) +
+      5 * static_cast<size_t>(g) + 4;
   return a.data[offset];
 }
 

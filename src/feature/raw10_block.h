@@ -6,7 +6,6 @@
 #pragma once
 
 #include <cmath>
-#include <cstddef>
 #include <cstdint>
 
 #include "platform/convert.h"
@@ -111,8 +110,7 @@ inline void store_raw10_block_results(const Raw10BlockOutputs &out,
     // conversion saturates that to 0.
     *out.deviation = saturate_to_u64(deviation);
     const double mean = static_cast<double>(*out.sum) / n;
-    *out.variation =
-        std::sqrt(static_cast<double>(*out.deviation) / n) / mean;
+    *out.variation = std::sqrt(static_cast<double>(*out.deviation) / n) / mean;
   } else {
     *out.sum = 0;
   }

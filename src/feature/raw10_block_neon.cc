@@ -141,8 +141,8 @@ inline void add_chunk(BlockSums &t, RowSums &r, const uint8_t *line,
 
 // Samples line[0..n-1] of one strip row, n <= kStripSamples.
 template <bool kStatistics, bool kGradient>
-inline void add_row(BlockSums &t, const uint8_t *line,
-                    const uint8_t *next_line, int32_t n) {
+inline void add_row(BlockSums &t, const uint8_t *line, const uint8_t *next_line,
+                    int32_t n) {
   RowSums r;
   const uint8x16_t all = vdupq_n_u8(0xFF);
   int32_t k = 0;
@@ -242,10 +242,8 @@ int32_t raw10_block_features(const Raw10BlockOutputs &out,
   const bool statistics = computation != Raw10Computation::kGradient;
   store_raw10_block_results(out, statistics, total(t.sum), total(t.sumsq),
                             static_cast<double>(total(t.bright)),
-                            static_cast<double>(total(t.dark)),
-                            rect.samples());
-  const uint32_t energy =
-      static_cast<uint32_t>(total(vpaddlq_u32(t.energy)));
+                            static_cast<double>(total(t.dark)), rect.samples());
+  const uint32_t energy = static_cast<uint32_t>(total(vpaddlq_u32(t.energy)));
   return gradient ? static_cast<int32_t>(energy) : 0;
 }
 

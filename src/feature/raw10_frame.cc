@@ -55,8 +55,7 @@ uint64_t raw10_frame_features(BlockFeatureSet *features, uint32_t mode,
   double variation = 0.0;
   double bright = 0.0;
   double dark = 0.0;
-  const Raw10BlockOutputs outputs{&sum, &deviation, &variation, &bright,
-                                  &dark};
+  const Raw10BlockOutputs outputs{&sum, &deviation, &variation, &bright, &dark};
 
   // Signed 64-bit sums of the weighted energies and of their squares, kept
   // in unsigned words so that they wrap without undefined behaviour.
@@ -73,10 +72,10 @@ uint64_t raw10_frame_features(BlockFeatureSet *features, uint32_t mode,
         record.sample_sum = 0.0;
         continue;
       }
-      const Raw10BlockArgs args{data,      r * bh,          (r + 1) * bh,
-                                c * bw,    (c + 1) * bw,    kGradientDist,
-                                height,    width,           stride,
-                                stats_flags[k], gradient_flags[k]};
+      const Raw10BlockArgs args{
+          data,         r * bh,         (r + 1) * bh,     c * bw,
+          (c + 1) * bw, kGradientDist,  height,           width,
+          stride,       stats_flags[k], gradient_flags[k]};
       const int32_t energy = extract(outputs, args);
       counted += gradient_flags[k];
       const int64_t w = weighted_energy(energy, r, c);
@@ -123,7 +122,6 @@ extern "C" uint64_t calc_feature_quality_with_sub(BlockFeatureSet *features,
                                                   const uint8_t *data,
                                                   int32_t height, int32_t width,
                                                   int32_t stride) {
-  return qlis::raw10_frame_features(features, mode, data, height, width,
-                                    stride,
+  return qlis::raw10_frame_features(features, mode, data, height, width, stride,
                                     &qlis::kernels::raw10_block_features);
 }
