@@ -15,8 +15,10 @@ void dump_preview_frame() {
   char stamp[kNameCapacity] = {};
   getNowTime(stamp);
   char name[kNameCapacity] = {};
-  std::snprintf(name, sizeof name, "/sdcard/%s_qlas_prv_%d_%dx%d.raw", stamp,
-                prevParam.stride, prevParam.width, prevParam.height);
+  const int length = std::snprintf(name, sizeof name, "/sdcard/%s_qlas_prv_%d_%dx%d.raw",
+                                   stamp, prevParam.stride, prevParam.width,
+                                   prevParam.height);
+  if (length < 0 || length >= static_cast<int>(sizeof name)) return;
   dumpYUV(bufproc.image, preview_plane_bytes(prevParam.height, prevParam.stride),
           name);
 }
