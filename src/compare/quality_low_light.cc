@@ -55,9 +55,9 @@ LowLightStats low_light_stats(const BlockFeatureSet &frame) {
 bool low_light_scene_changed(const BlockFeatureSet &frame,
                              const BlockFeatureSet &base,
                              double class_threshold) {
-  // A block whose texture class is the same in both frames joins the
-  // brightness test of its part of the grid; one that flips class counts
-  // toward the flip limit instead.
+  // A block textured in both frames joins the brightness test of its part
+  // of the grid (ring or core); one that flips class counts toward the flip
+  // limit instead; one flat in both takes part in neither.
   uint8_t ring_mask[kJudgedBlocks] = {};
   uint8_t core_mask[kJudgedBlocks] = {};
   uint8_t ring_flips = 0;
