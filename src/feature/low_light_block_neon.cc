@@ -111,8 +111,9 @@ struct SampleTotals {
     pending = 0;
   }
 
-  // Sum and sum of squares of the `samples` samples added.
-  void totals(int64_t samples, uint64_t *sum_s, uint64_t *sum_sq) {
+  // Flushes, and yields the sum and the sum of squares of the `samples`
+  // samples added.
+  void finish(int64_t samples, uint64_t *sum_s, uint64_t *sum_sq) {
     flush();
     const uint64_t sum_t = static_cast<uint64_t>(vgetq_lane_s64(sum, 0)) +
                            static_cast<uint64_t>(vgetq_lane_s64(sum, 1));
@@ -321,7 +322,7 @@ int64_t low_light_block_features(const LowLightBlockOutputs &out,
   if (statistics) {
     uint64_t sum = 0;
     uint64_t sum_sq = 0;
-    totals.totals(static_cast<int64_t>(r.groups()) * r.visited_rows(), &sum,
+    totals.finish(static_cast<int64_t>(r.groups()) * r.visited_rows(), &sum,
                   &sum_sq);
     store_low_light_statistics(
         out, r, sum, sum_sq, static_cast<double>(horizontal_sum(totals.bright)),

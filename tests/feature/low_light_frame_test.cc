@@ -161,20 +161,6 @@ TEST(LowLightFrame, FrameBelowTheGridHasTheValueOfSixtyFourEmptyBlocks) {
   EXPECT_EQ(frame_value_of(std::vector<int64_t>(kBlocks, -1), 64), want);
 }
 
-// In mode 2 no block computes statistics: the variation stays at its
-// initial 0.0 and the fractions are zeroed by every non-empty block.
-TEST(LowLightFrame, DifferencesOnlyRecordsCarryNoStatistics) {
-  test::RandomFrame frame({240, 320, 400}, 9);
-  const DriverRun got = drive(frame.data(), frame.geometry(), 2, 4);
-  for (const BlockFeature &f : got.features.block) {
-    EXPECT_EQ(f.sample_sum, 0.0);
-    EXPECT_EQ(f.deviation_sum, 0.0);
-    EXPECT_EQ(f.bright_ratio, 0.0);
-    EXPECT_EQ(f.dark_ratio, 0.0);
-    EXPECT_EQ(f.variation, 0.0);
-  }
-}
-
 TEST(LowLightFrame, ExportedEntryPointsMatchTheDriver) {
   test::RandomFrame frame({177, 340, 425}, 12);
   const Geometry g = frame.geometry();
