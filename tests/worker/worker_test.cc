@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <filesystem>
 #include <regex>
 
@@ -25,7 +26,15 @@ TEST(PreviewWorker, DumpsEveryEvaluatedFrameBeforeEvaluatingIt) {
   for (uint8_t seed = 1; seed <= 3; ++seed) {
     auto frame = make_host_frame(kUnsupported, 64, 16, 80, 0, 0, seed);
     ASSERT_TRUE(qlis::test::preview_until_evaluated(&frame.param));
-    usleep(2000);  // distinct time stamps in the names
+    // Names carry the time to the millisecond: let it move on so that the
+    // next dump gets a name of its own.
+    char evaluated[32];
+    char now[32];
+    getNowTime(evaluated);
+    do {
+      usleep(500);
+      getNowTime(now);
+    } while (std::strcmp(now, evaluated) == 0);
   }
   const auto files = root.files();
   ASSERT_EQ(files.size(), 3u);
