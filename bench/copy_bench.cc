@@ -21,28 +21,33 @@ CopyBuffers &buffers() {
   return b;
 }
 
-void BM_Memcpy15MB(benchmark::State &state) {
+using qlis::bench::Cache;
+
+void BM_Memcpy15MB(benchmark::State &state, Cache cache) {
   CopyBuffers &b = buffers();
-  for (auto _ : state) {
+  qlis::bench::iterate(state, cache, [&] {
     std::memcpy(b.dst.data(), b.src.data(), kCopyBytes);
     benchmark::ClobberMemory();
-  }
+  });
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * kCopyBytes);
 }
 
-void BM_ZsMemcpy15MB(benchmark::State &state) {
+void BM_ZsMemcpy15MB(benchmark::State &state, Cache cache) {
   CopyBuffers &b = buffers();
-  for (auto _ : state) {
+  qlis::bench::iterate(state, cache, [&] {
     zs_memcpy(b.dst.data(), b.src.data(), kCopyBytes);
     benchmark::ClobberMemory();
-  }
+  });
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * kCopyBytes);
 }
 
-BENCHMARK(BM_Memcpy15MB)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_ZsMemcpy15MB)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Memcpy15MB, cold, Cache::kCold)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_ZsMemcpy15MB, cold, Cache::kCold)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Memcpy15MB, warm, Cache::kWarm)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_ZsMemcpy15MB, warm, Cache::kWarm)->Unit(benchmark::kMillisecond);
 
 [[maybe_unused]] const bool kRegistered =
-    (qlis::bench::compare("BM_ZsMemcpy15MB", "BM_Memcpy15MB", 1.10), true);
+    (qlis::bench::compare("BM_ZsMemcpy15MB/cold", "BM_Memcpy15MB/cold", 1.10),
+     qlis::bench::compare("BM_ZsMemcpy15MB/warm", "BM_Memcpy15MB/warm", 1.10), true);
 
 }  // namespace

@@ -2,7 +2,11 @@
 
 #include <benchmark/benchmark.h>
 
+#include <unistd.h>
+
+#include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <map>
 #include <random>
 #include <string>
@@ -93,6 +97,18 @@ const uint8_t *yuv_frame() {
   static const std::vector<uint8_t> frame = make_frame(
       static_cast<size_t>(kYuvHeight) * 3 / 2, static_cast<size_t>(kYuvStride), 2);
   return frame.data();
+}
+
+void evict_caches() {
+  static std::vector<uint8_t> sweep = [] {
+    long l3 = sysconf(_SC_LEVEL3_CACHE_SIZE);
+    const size_t bytes = std::max<size_t>(64u << 20, l3 > 0 ? 2 * static_cast<size_t>(l3) : 0);
+    return std::vector<uint8_t>(bytes);
+  }();
+  static uint8_t round = 0;
+  std::memset(sweep.data(), ++round, sweep.size());
+  benchmark::DoNotOptimize(sweep.data());
+  benchmark::ClobberMemory();
 }
 
 uint64_t touch_rows(const uint8_t *data, int32_t first_row, int32_t row_end,

@@ -27,6 +27,30 @@ const uint8_t *yuv_frame();
 uint64_t touch_rows(const uint8_t *data, int32_t first_row, int32_t row_end,
                     int32_t row_step, size_t stride, size_t row_bytes);
 
+// Whether a timed iteration finds its frame in the caches. On the phone a
+// frame arrives by DMA and passes through the intake copy, far larger than
+// its caches: kCold, the figure the targets are checked on, empties the
+// caches before every iteration (outside the timed region). kWarm leaves
+// the frame where the previous iteration left it, which on a desktop with
+// a last-level cache larger than the frame means reading from that cache.
+enum class Cache { kWarm, kCold };
+
+// Writes a buffer twice the size of the last-level cache (at least 64 MB).
+void evict_caches();
+
+// Runs body once per timed iteration, evicting the caches first for kCold.
+template <typename State, typename Body>
+void iterate(State &state, Cache cache, Body body) {
+  for (auto _ : state) {
+    if (cache == Cache::kCold) {
+      state.PauseTiming();
+      evict_caches();
+      state.ResumeTiming();
+    }
+    body();
+  }
+}
+
 // After the run, prints mean real time of `kernel` / that of `floor`
 // (benchmark names as registered) and whether it meets `target`
 // (0: report only).

@@ -27,39 +27,41 @@ uint8_t *arena_block() {
   return block;
 }
 
-void BM_Reblur(benchmark::State &state) {
+void BM_Reblur(benchmark::State &state, Cache cache) {
   const uint8_t *frame = raw10_frame();
   const ScratchArena arena{arena_block(), qlis::kScratchArenaBytes, 0};
-  for (auto _ : state) {
+  iterate(state, cache, [&] {
     benchmark::DoNotOptimize(compare_reblue_with_luminance_compensation(
         frame, kRawHeight, kRawWidth, kRawStride, kMode, kRadius, arena));
-  }
+  });
 }
 
-void BM_ReblurPortable(benchmark::State &state) {
+void BM_ReblurPortable(benchmark::State &state, Cache cache) {
   const uint8_t *frame = raw10_frame();
   const ScratchArena arena{arena_block(), qlis::kScratchArenaBytes, 0};
-  for (auto _ : state) {
+  iterate(state, cache, [&] {
     benchmark::DoNotOptimize(qlis::portable::reblur_with_luminance_compensation(
         frame, kRawHeight, kRawWidth, kRawStride, kRadius, arena));
-  }
+  });
 }
 
-void BM_ReblurFloor(benchmark::State &state) {
+void BM_ReblurFloor(benchmark::State &state, Cache cache) {
   const uint8_t *frame = raw10_frame();
-  for (auto _ : state) {
-    benchmark::DoNotOptimize(touch_rows(frame, kFirstSampledRow, kRawHeight,
-                                        kSampledRowStep, kRawStride,
-                                        kSampledRowBytes));
-  }
+  iterate(state, cache, [&] {
+    benchmark::DoNotOptimize(touch_rows(frame, kFirstSampledRow, kRawHeight, kSampledRowStep,
+                                        kRawStride, kSampledRowBytes));
+  });
 }
 
-BENCHMARK(BM_ReblurFloor)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_Reblur)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_ReblurPortable)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_ReblurFloor, cold, Cache::kCold)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Reblur, cold, Cache::kCold)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_ReblurPortable, cold, Cache::kCold)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_ReblurFloor, warm, Cache::kWarm)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Reblur, warm, Cache::kWarm)->Unit(benchmark::kMillisecond);
 
 [[maybe_unused]] const bool kRegistered =
-    (compare("BM_Reblur", "BM_ReblurFloor", 2.0),
-     compare("BM_ReblurPortable", "BM_ReblurFloor", 0), true);
+    (compare("BM_Reblur/cold", "BM_ReblurFloor/cold", 2.0),
+     compare("BM_ReblurPortable/cold", "BM_ReblurFloor/cold", 0),
+     compare("BM_Reblur/warm", "BM_ReblurFloor/warm", 0), true);
 
 }  // namespace

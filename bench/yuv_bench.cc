@@ -32,27 +32,31 @@ uint64_t touch_driver_rows(const uint8_t *frame) {
   return sum;
 }
 
-void BM_YuvDriver(benchmark::State &state) {
+using qlis::bench::Cache;
+
+void BM_YuvDriver(benchmark::State &state, Cache cache) {
   const uint8_t *frame = qlis::bench::yuv_frame();
   BlockFeatureSet features;
-  for (auto _ : state) {
-    benchmark::DoNotOptimize(calc_feature_quality_with_sub_yuv(
-        &features, frame, kYuvHeight, kYuvWidth, kYuvStride));
+  qlis::bench::iterate(state, cache, [&] {
+    benchmark::DoNotOptimize(
+        calc_feature_quality_with_sub_yuv(&features, frame, kYuvHeight, kYuvWidth, kYuvStride));
     benchmark::ClobberMemory();
-  }
+  });
 }
 
-void BM_YuvDriverFloor(benchmark::State &state) {
+void BM_YuvDriverFloor(benchmark::State &state, Cache cache) {
   const uint8_t *frame = qlis::bench::yuv_frame();
-  for (auto _ : state) {
-    benchmark::DoNotOptimize(touch_driver_rows(frame));
-  }
+  qlis::bench::iterate(state, cache,
+                       [&] { benchmark::DoNotOptimize(touch_driver_rows(frame)); });
 }
 
-BENCHMARK(BM_YuvDriver)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_YuvDriverFloor)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_YuvDriverFloor, cold, Cache::kCold)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_YuvDriver, cold, Cache::kCold)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_YuvDriverFloor, warm, Cache::kWarm)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_YuvDriver, warm, Cache::kWarm)->Unit(benchmark::kMillisecond);
 
 [[maybe_unused]] const bool kRegistered =
-    (qlis::bench::compare("BM_YuvDriver", "BM_YuvDriverFloor", 0.0), true);
+    (qlis::bench::compare("BM_YuvDriver/cold", "BM_YuvDriverFloor/cold", 0),
+     qlis::bench::compare("BM_YuvDriver/warm", "BM_YuvDriverFloor/warm", 0), true);
 
 }  // namespace
