@@ -10,8 +10,8 @@
 namespace qlis::neon {
 namespace {
 
-constexpr int64_t kWideBytes = 64;    // 16 samples per vld4q_u8
-constexpr int64_t kNarrowBytes = 32;  // 8 samples per vld4_u8
+constexpr int64_t kWideBytes = 64;    // 16 samples
+constexpr int64_t kNarrowBytes = 32;  // 8 samples
 
 // A chunk adds at most 4 x 2 x 255^2 = 520,200 to a 32-bit energy lane (two
 // squares per pairwise widening add, four adds), and at most 4 x 255 to a
@@ -38,6 +38,58 @@ struct Totals {
   }
 };
 
+// Bytes 0 and 1 of every four-byte group, and byte 0 of the groups below.
+// A64 unzips four plain loads twice (byte 4k, then byte 4k + 1); SIMDe
+// turns those into single shuffles where it would copy a de-interleaving
+// load byte by byte. A32 has no unzip of one half only, so it keeps the
+// de-interleaving load.
+struct Samples16 {
+  uint8x16_t s;
+  uint8x16_t h;
+  uint8x16_t v;
+};
+
+inline Samples16 load_wide(const uint8_t *p, const uint8_t *below) {
+#if QLIS_NEON_A64
+  const uint8x16_t a = vld1q_u8(p);
+  const uint8x16_t b = vld1q_u8(p + 16);
+  const uint8x16_t c = vld1q_u8(p + 32);
+  const uint8x16_t d = vld1q_u8(p + 48);
+  const uint8x16_t even = vuzp1q_u8(vuzp1q_u8(a, b), vuzp1q_u8(c, d));
+  const uint8x16_t odd = vuzp1q_u8(vuzp2q_u8(a, b), vuzp2q_u8(c, d));
+  const uint8x16_t down =
+      vuzp1q_u8(vuzp1q_u8(vld1q_u8(below), vld1q_u8(below + 16)),
+                vuzp1q_u8(vld1q_u8(below + 32), vld1q_u8(below + 48)));
+  return {even, odd, down};
+#else
+  const uint8x16x4_t row = vld4q_u8(p);
+  return {row.val[0], row.val[1], vld4q_u8(below).val[0]};
+#endif
+}
+
+struct Samples8 {
+  uint8x8_t s;
+  uint8x8_t h;
+  uint8x8_t v;
+};
+
+inline Samples8 load_narrow(const uint8_t *p, const uint8_t *below) {
+#if QLIS_NEON_A64
+  const uint8x8_t a = vld1_u8(p);
+  const uint8x8_t b = vld1_u8(p + 8);
+  const uint8x8_t c = vld1_u8(p + 16);
+  const uint8x8_t d = vld1_u8(p + 24);
+  const uint8x8_t even = vuzp1_u8(vuzp1_u8(a, b), vuzp1_u8(c, d));
+  const uint8x8_t odd = vuzp1_u8(vuzp2_u8(a, b), vuzp2_u8(c, d));
+  const uint8x8_t down = vuzp1_u8(vuzp1_u8(vld1_u8(below), vld1_u8(below + 8)),
+                                  vuzp1_u8(vld1_u8(below + 16), vld1_u8(below + 24)));
+  return {even, odd, down};
+#else
+  const uint8x8x4_t row = vld4_u8(p);
+  return {row.val[0], row.val[1], vld4_u8(below).val[0]};
+#endif
+}
+
 // Squares of |a - b| fit 16-bit lanes (255^2 = 65,025); pairs of them are
 // widened into the 32-bit lanes.
 inline uint32x4_t add_squared_diffs(uint32x4_t acc, uint8x8_t a, uint8x8_t b) {
@@ -47,10 +99,10 @@ inline uint32x4_t add_squared_diffs(uint32x4_t acc, uint8x8_t a, uint8x8_t b) {
 
 // 16 samples at p[0], p[4], ..., p[60]; reads p[0..63] and below[0..63].
 inline void add_wide(Totals &t, const uint8_t *p, const uint8_t *below) {
-  const uint8x16x4_t row = vld4q_u8(p);
-  const uint8x16_t down = vld4q_u8(below).val[0];
-  const uint8x16_t s = row.val[0];
-  const uint8x16_t h = row.val[1];
+  const Samples16 g = load_wide(p, below);
+  const uint8x16_t s = g.s;
+  const uint8x16_t h = g.h;
+  const uint8x16_t down = g.v;
   t.sum32 = vpadalq_u16(t.sum32, vpaddlq_u8(s));
   t.energy32 = add_squared_diffs(t.energy32, vget_low_u8(h), vget_low_u8(s));
   t.energy32 = add_squared_diffs(t.energy32, vget_high_u8(h), vget_high_u8(s));
@@ -62,12 +114,10 @@ inline void add_wide(Totals &t, const uint8_t *p, const uint8_t *below) {
 
 // 8 samples at p[0], p[4], ..., p[28]; reads p[0..31] and below[0..31].
 inline void add_narrow(Totals &t, const uint8_t *p, const uint8_t *below) {
-  const uint8x8x4_t row = vld4_u8(p);
-  const uint8x8_t down = vld4_u8(below).val[0];
-  const uint8x8_t s = row.val[0];
-  t.sum32 = vaddw_u16(t.sum32, vpaddl_u8(s));
-  t.energy32 = add_squared_diffs(t.energy32, row.val[1], s);
-  t.energy32 = add_squared_diffs(t.energy32, down, s);
+  const Samples8 g = load_narrow(p, below);
+  t.sum32 = vaddw_u16(t.sum32, vpaddl_u8(g.s));
+  t.energy32 = add_squared_diffs(t.energy32, g.h, g.s);
+  t.energy32 = add_squared_diffs(t.energy32, g.v, g.s);
   t.count_chunk();
 }
 
