@@ -11,8 +11,9 @@ foreach(line IN LISTS nm_lines)
   if(line MATCHES "^[0-9a-fA-F]* *([A-Za-z]) (.+)$")
     set(name ${CMAKE_MATCH_2})
     string(REGEX REPLACE "@.*$" "" name "${name}")
-    # Absolute linker-defined markers are not the library's own symbols.
-    if(CMAKE_MATCH_1 STREQUAL "A")
+    # Absolute linker-defined markers are not the library's own symbols,
+    # nor are the indicators AddressSanitizer adds for exported globals.
+    if(CMAKE_MATCH_1 STREQUAL "A" OR name MATCHES "^__odr_asan")
       continue()
     endif()
     list(APPEND actual ${name})
