@@ -24,19 +24,9 @@ bool begin_low_light_block(const LowLightBlockOutputs &out,
                            LowLightSampleRect *rect) {
   if (out.mean != nullptr) *out.mean = 0.0;
   if (out.deviation != nullptr) *out.deviation = 0.0;
-  // Formed in 64 bits so that no argument combination overflows.
-  const int64_t i0 = a.row_begin >> 1;
-  const int64_t g0 = a.col_begin >> 2;
-  int64_t i1 = a.row_end >> 1;
-  int64_t g1 = a.col_end >> 2;
-  const int64_t pairs = a.height >> 1;
-  const int64_t groups = a.width >> 2;
-  if (pairs <= i1 + a.dist) i1 = pairs - 1 - a.dist;
-  if (groups <= g1 + a.dist) g1 = groups - 1 - a.dist;
-  if (i1 <= i0 || g1 <= g0) return false;
-  *rect =
-      LowLightSampleRect{static_cast<int32_t>(i0), static_cast<int32_t>(i1),
-                         static_cast<int32_t>(g0), static_cast<int32_t>(g1)};
+  const Raw10SampleRect r = raw10_sample_rect(a);
+  if (r.empty()) return false;
+  *rect = LowLightSampleRect{r.i0, r.i1, r.g0, r.g1};
   *out.bright = 0.0;
   *out.dark = 0.0;
   *out.deviation = 0.0;
@@ -84,11 +74,11 @@ int64_t low_light_block_features(const LowLightBlockOutputs &out,
       }
     }
     double bright = 0.0;
-    for (int32_t b = kLowLightBrightFirst; b < kHistogramBins; ++b) {
+    for (int32_t b = kBrightFirst; b < kHistogramBins; ++b) {
       bright += static_cast<double>(histogram[b]);
     }
     double dark = 0.0;
-    for (int32_t b = 0; b <= kLowLightDarkLast; ++b) {
+    for (int32_t b = 0; b <= kDarkLast; ++b) {
       dark += static_cast<double>(histogram[b]);
     }
     store_low_light_statistics(out, r, sum, sumsq, bright, dark);

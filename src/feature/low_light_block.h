@@ -9,34 +9,17 @@
 
 #include <cstdint>
 
+#include "feature/block_args.h"
 #include "ql_is/ql_is.h"
 
 namespace qlis {
 
-// Samples of this value or more are bright, of kLowLightDarkLast or less
-// dark.
-inline constexpr int32_t kLowLightBrightFirst = 196;
-inline constexpr int32_t kLowLightDarkLast = 59;
-
 // Result of a block whose clamped rectangle is empty (0 otherwise).
 inline constexpr int64_t kLowLightEmptyBlock = -1;
 
-// Inputs of one extractor call. The rectangle is in pixels, ends exclusive;
-// dist is the neighbour distance in samples: dist groups to the right and
-// 2 * dist row pairs down.
-struct LowLightBlockArgs {
-  const uint8_t *data;
-  int32_t row_begin;
-  int32_t row_end;
-  int32_t col_begin;
-  int32_t col_end;
-  int32_t dist;
-  int32_t height;
-  int32_t width;
-  int32_t stride;
-  int32_t stats_flag;
-  int32_t gradient_flag;
-};
+// The low-light extractor's inputs; dist is the neighbour distance in
+// samples: dist groups to the right and 2 * dist row pairs down.
+using LowLightBlockArgs = BlockArgs;
 
 // Where the extractor stores its results. mean and deviation may be null
 // for a block that turns out empty. Outputs the extractor does not write

@@ -60,8 +60,8 @@ inline uint64_t horizontal_sum(uint64x2_t v) {
 // the bright and the dark samples. Over the N samples added,
 //   sum s = sum t + 128 N,  sum s^2 = sum t^2 + 256 sum t + 16384 N,
 // integer identities, so the totals are exact.
-constexpr int8_t kBrightAbove = kLowLightBrightFirst - 1 - 128;  // t > 67
-constexpr int8_t kDarkBelow = kLowLightDarkLast + 1 - 128;       // t < -68
+constexpr int8_t kBrightAbove = kBrightFirst - 1 - 128;  // t > 67
+constexpr int8_t kDarkBelow = kDarkLast + 1 - 128;       // t < -68
 
 // Lane limits, per chunk of 16 samples:
 // - sum16 lanes gain two values of t, |2 t| <= 256: 127 chunks fit 16 bits;

@@ -55,15 +55,15 @@ int32_t raw10_block_features(const Raw10BlockOutputs &out,
   }
 
   double bright_total = 0.0;
-  for (int32_t bin = kRaw10BrightFirst; bin < kHistogramBins; ++bin) {
+  for (int32_t bin = kBrightFirst; bin < kHistogramBins; ++bin) {
     bright_total += static_cast<double>(histogram[bin]);
   }
   double dark_total = 0.0;
-  for (int32_t bin = 0; bin <= kRaw10DarkLast; ++bin) {
+  for (int32_t bin = 0; bin <= kDarkLast; ++bin) {
     dark_total += static_cast<double>(histogram[bin]);
   }
   store_raw10_block_results(out, statistics, sum, sumsq, bright_total,
-                            dark_total, rect.samples());
+                            dark_total, raw10_sample_count(rect));
   return gradient ? static_cast<int32_t>(energy) : 0;
 }
 

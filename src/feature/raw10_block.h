@@ -8,29 +8,13 @@
 #include <cmath>
 #include <cstdint>
 
+#include "feature/block_args.h"
 #include "platform/convert.h"
 
 namespace qlis {
 
-// Samples of this value or more are bright, of kRaw10DarkLast or less dark.
-inline constexpr int32_t kRaw10BrightFirst = 196;
-inline constexpr int32_t kRaw10DarkLast = 59;
-
-// Inputs of one extractor call. The rectangle is in pixels, ends
-// exclusive; dist is the neighbour distance in samples (right and below).
-struct Raw10BlockArgs {
-  const uint8_t *data;
-  int32_t row_begin;
-  int32_t row_end;
-  int32_t col_begin;
-  int32_t col_end;
-  int32_t dist;
-  int32_t height;
-  int32_t width;
-  int32_t stride;
-  int32_t stats_flag;
-  int32_t gradient_flag;
-};
+// The normal-light extractor's inputs.
+using Raw10BlockArgs = BlockArgs;
 
 // Where the extractor stores its results. Fields it does not write keep
 // what they held, which the frame driver relies on: it hands the same
@@ -43,39 +27,12 @@ struct Raw10BlockOutputs {
   double *dark;
 };
 
-// The rectangle in sample coordinates: row pairs [i0, i1), groups [g0, g1).
-struct Raw10SampleRect {
-  int32_t i0;
-  int32_t i1;
-  int32_t g0;
-  int32_t g1;
-
-  bool empty() const { return i1 <= i0 || g1 <= g0; }
-  // 32-bit like the samples count it stands for; products beyond 2^31 wrap.
-  int32_t samples() const {
-    const uint32_t groups = static_cast<uint32_t>(g1 - g0);
-    const uint32_t rows = static_cast<uint32_t>(i1 - i0);
-    return static_cast<int32_t>(groups * rows);
-  }
-};
-
-// Pulls the far edges in so that the neighbours stay inside the frame. The
-// margin is one sample wider than the neighbours need, so a block at the
-// bottom or right edge loses two sample rows or columns; that is kept
-// because the energies of edge blocks depend on it. Sums are formed in 64
-// bits so that no argument combination overflows.
-inline Raw10SampleRect raw10_sample_rect(const Raw10BlockArgs &a) {
-  Raw10SampleRect r{a.row_begin >> 1, a.row_end >> 1, a.col_begin >> 2,
-                    a.col_end >> 2};
-  const int64_t pairs = a.height >> 1;
-  const int64_t groups = a.width >> 2;
-  if (pairs <= static_cast<int64_t>(r.i1) + a.dist) {
-    r.i1 = static_cast<int32_t>(pairs - 1 - a.dist);
-  }
-  if (groups <= static_cast<int64_t>(r.g1) + a.dist) {
-    r.g1 = static_cast<int32_t>(groups - 1 - a.dist);
-  }
-  return r;
+// Samples of a RAW10 rectangle, a 32-bit count like the sample counter it
+// stands for: products beyond 2^31 wrap.
+inline int32_t raw10_sample_count(const Raw10SampleRect &r) {
+  const uint32_t groups = static_cast<uint32_t>(r.g1 - r.g0);
+  const uint32_t rows = static_cast<uint32_t>(r.i1 - r.i0);
+  return static_cast<int32_t>(groups * rows);
 }
 
 // What a flag pair asks for. kGradient also fills the histogram (for the

@@ -113,8 +113,8 @@ template <bool kStatistics, bool kGradient, bool kMasked>
 inline void add_chunk(BlockSums &t, RowSums &r, const uint8_t *line,
                       const uint8_t *next_line, uint8x16_t mask) {
   const uint8x16_t s = vld1q_u8(line);
-  uint8x16_t bright = vcgeq_u8(s, vdupq_n_u8(kRaw10BrightFirst));
-  uint8x16_t dark = vcleq_u8(s, vdupq_n_u8(kRaw10DarkLast));
+  uint8x16_t bright = vcgeq_u8(s, vdupq_n_u8(kBrightFirst));
+  uint8x16_t dark = vcleq_u8(s, vdupq_n_u8(kDarkLast));
   if (kMasked) {
     bright = vandq_u8(bright, mask);
     dark = vandq_u8(dark, mask);
@@ -242,7 +242,7 @@ int32_t raw10_block_features(const Raw10BlockOutputs &out,
   const bool statistics = computation != Raw10Computation::kGradient;
   store_raw10_block_results(out, statistics, total(t.sum), total(t.sumsq),
                             static_cast<double>(total(t.bright)),
-                            static_cast<double>(total(t.dark)), rect.samples());
+                            static_cast<double>(total(t.dark)), raw10_sample_count(rect));
   const uint32_t energy = static_cast<uint32_t>(total(vpaddlq_u32(t.energy)));
   return gradient ? static_cast<int32_t>(energy) : 0;
 }

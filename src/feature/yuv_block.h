@@ -5,6 +5,8 @@
 
 #include <cstdint>
 
+#include "feature/block_args.h"
+
 namespace qlis {
 
 // Result of an empty block or of an invalid flag pair.
@@ -13,21 +15,9 @@ inline constexpr uint64_t kYuvBlockInvalid = UINT64_MAX;
 // Samples are four bytes and four rows apart.
 inline constexpr int32_t kYuvSampleStep = 4;
 
-// Arguments of one extractor call. Rows and byte columns, ends exclusive;
+// The plane extractor's inputs: rows and byte columns, ends exclusive;
 // dist is the neighbour distance in bytes (right) and rows (below).
-struct YuvBlockArgs {
-  const uint8_t *data;
-  int32_t row_begin;
-  int32_t row_end;
-  int32_t col_begin;
-  int32_t col_end;
-  int32_t dist;
-  int32_t height;
-  int32_t width;
-  int32_t stride;
-  int32_t stats_flag;
-  int32_t gradient_flag;
-};
+using YuvBlockArgs = BlockArgs;
 
 // Pulls the far edges in so that both neighbours of every sample stay
 // inside the frame, one byte (row) wider than strictly needed. Comparisons
