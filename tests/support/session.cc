@@ -44,22 +44,12 @@ HostFrame host_frame_of(std::vector<uint8_t> image, int32_t format, int32_t widt
 HostFrame make_host_frame(int32_t format, int32_t width, int32_t height,
                           int32_t stride, uint32_t side_size, int32_t mode,
                           uint8_t seed) {
-  HostFrame f;
-  f.image.resize(static_cast<size_t>(height) * static_cast<size_t>(stride));
-  for (size_t i = 0; i < f.image.size(); ++i) {
-    f.image[i] = static_cast<uint8_t>(i * 7 + seed * 13 + (i >> 9));
+  std::vector<uint8_t> image(static_cast<size_t>(height) * static_cast<size_t>(stride));
+  for (size_t i = 0; i < image.size(); ++i) {
+    image[i] = static_cast<uint8_t>(i * 7 + seed * 13 + (i >> 9));
   }
-  f.side.resize(side_size);
+  HostFrame f = host_frame_of(std::move(image), format, width, height, stride, side_size, mode);
   for (size_t i = 0; i < f.side.size(); ++i) f.side[i] = static_cast<uint8_t>(seed + i);
-  f.param.format = format;
-  f.param.width = width;
-  f.param.height = height;
-  f.param.stride = stride;
-  f.param.image.ptr = f.image.data();
-  f.param.side.ptr = side_size != 0 ? f.side.data() : nullptr;
-  f.param.image_size = static_cast<uint32_t>(f.image.size());
-  f.param.side_size = side_size;
-  f.param.mode = mode;
   return f;
 }
 
