@@ -3,6 +3,7 @@
 #include <map>
 #include <mutex>
 #include <string>
+#include <string_view>
 
 #include "ql_is/ql_is.h"
 #include "platform/property.h"
@@ -12,7 +13,9 @@ namespace {
 
 struct PropertyTable {
   std::mutex mutex;
-  std::map<std::string, std::string> values;
+  // Transparent comparison: a lookup by C string builds no std::string,
+  // so reading a property on the live path allocates nothing.
+  std::map<std::string, std::string, std::less<>> values;
 };
 
 PropertyTable &property_table() {
@@ -27,7 +30,7 @@ int read_property_int(const char *name) {
   {
     PropertyTable &table = property_table();
     std::lock_guard<std::mutex> lock(table.mutex);
-    auto it = table.values.find(name);
+    auto it = table.values.find(std::string_view(name));
     if (it != table.values.end()) {
       std::strncpy(value, it->second.c_str(), sizeof value - 1);
       return std::atoi(value);
