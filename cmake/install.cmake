@@ -20,5 +20,10 @@ install(FILES ${PROJECT_BINARY_DIR}/ql_isConfig.cmake
               ${PROJECT_BINARY_DIR}/ql_isConfigVersion.cmake
   DESTINATION ${QLIS_CMAKE_DIR})
 
+# Relative to the .pc file, so that the package works wherever it is
+# installed or copied.
+file(RELATIVE_PATH QLIS_PC_TO_PREFIX ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig
+     ${CMAKE_INSTALL_PREFIX})
+string(REGEX REPLACE "/$" "" QLIS_PC_TO_PREFIX "${QLIS_PC_TO_PREFIX}")
 configure_file(${PROJECT_SOURCE_DIR}/cmake/ql_is.pc.in ${PROJECT_BINARY_DIR}/ql_is.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/ql_is.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -8,7 +8,7 @@ set -euo pipefail
 packages=(cmake ninja-build g++ make)
 if [[ "${1:-}" == "--tests" ]]; then
   packages+=(googletest libgtest-dev libbenchmark-dev libsimde-dev
-             g++-arm-linux-gnueabihf g++-aarch64-linux-gnu qemu-user)
+             g++-arm-linux-gnueabihf g++-aarch64-linux-gnu qemu-user pkg-config)
 fi
 
 missing=()
