@@ -2,10 +2,13 @@
 
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <regex>
 
 #include "ql_is/ql_is.h"
 #include "support/host_hooks.h"
+#include "support/scenes.h"
 #include "support/session.h"
 
 namespace {
@@ -88,6 +91,55 @@ TEST(PreviewWorker, FrameDumpCountStopsAtLimitAndResetsWithPropertyZero) {
       "qlas PrevTh format not support 12\n"};
   EXPECT_EQ(log.texts("QLIS-E"), expected);
   EXPECT_TRUE(root.files().empty());
+}
+
+// Puts a frame into bufproc as the intake would and evaluates it.
+void evaluate(const std::vector<uint8_t> &image, const PrevParam &job) {
+  pthread_mutex_lock(&g_asIQThdInfo.mutex);
+  std::memcpy(bufproc.image, image.data(), image.size());
+  PrevParam copy = job;
+  PreviewThread(&copy);
+  pthread_mutex_unlock(&g_asIQThdInfo.mutex);
+}
+
+TEST(PreviewWorker, FrameDumpsCarryGeometryIndexAndStopAtTheLimit) {
+  ScopedFsRoot root;
+  root.make_dirs("/sdcard/DCIM");
+  root.make_dirs("/data/misc/camera/qlas");
+  ScopedSession session;
+  ASSERT_TRUE(session.ok());
+  const qlis::test::Scene scene;
+  const std::vector<uint8_t> image = qlis::test::raw10_scene(scene);
+  PrevParam job = {};
+  job.format = 15;
+  job.height = scene.height;
+  job.width = scene.width;
+  job.stride = scene.stride;
+  const std::string first = "/sdcard/DCIM/qlfd/640X480_stride800_fmt15_index 1.yuv";
+  {
+    ScopedProperty dump("debug.camera.dump_qlfd", "1");
+    evaluate(image, job);
+    std::ifstream in(root.path() + first, std::ios::binary);
+    const std::vector<uint8_t> written{std::istreambuf_iterator<char>(in), {}};
+    EXPECT_EQ(written, image);  // height x stride bytes, dumped before judging
+    dump_count = 1999;
+    evaluate(image, job);
+    evaluate(image, job);  // the limit: nothing more
+    job.format = 10;       // dumped unpadded, its stride standing for the width
+    evaluate(image, job);
+  }
+  EXPECT_EQ(dump_count, 2000);
+  EXPECT_EQ(root.files(), (std::vector<std::string>{
+                              first, "/sdcard/DCIM/qlfd/640X480_stride800_fmt15_index2000.yuv"}));
+  evaluate(image, job);  // property unset: the count starts again
+  {
+    ScopedProperty dump("debug.camera.dump_qlfd", "1");
+    evaluate(image, job);
+  }
+  const std::string nv = "/data/misc/camera/qlas/800X480_stride800_fmt10_index 1.yuv";
+  ASSERT_EQ(root.files().size(), 3u);
+  EXPECT_EQ(root.files()[0], nv);
+  EXPECT_EQ(std::filesystem::file_size(root.path() + nv), 480u * 800u);
 }
 
 }  // namespace
