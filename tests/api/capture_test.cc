@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <filesystem>
 #include <regex>
 
 #include "ql_is/ql_is.h"
@@ -112,6 +113,9 @@ TEST(SingleCapture, WritesInbaseInputAndOutputDumps) {
       << files[1];
   EXPECT_TRUE(std::regex_match(files[2], std::regex(stamp + "_qlas_cap_output3_800_640x480\\.raw")))
       << files[2];
+  for (const auto &f : files) {
+    EXPECT_EQ(std::filesystem::file_size(root.path() + f), capture.image.size()) << f;
+  }
 }
 
 TEST(CaptureRefusals, BadArgumentsAndMissingSessionChangeNothing) {
@@ -131,6 +135,25 @@ TEST(CaptureRefusals, BadArgumentsAndMissingSessionChangeNothing) {
   EXPECT_EQ(ql_is_process_takepicture(&capture.param), -1);
   EXPECT_EQ(ql_is_process_bat_takepicture(nullptr), -1);
   EXPECT_EQ(prevParam.capture, 0);
+  EXPECT_EQ(g_asIQThdInfo.capture_calls, 0);
+}
+
+TEST(CaptureRefusals, CallsAfterDeinitReturnAtOnce) {
+  Scene scene;
+  HostFrame capture = raw10_frame(scene, 1);
+  const std::vector<uint8_t> original = capture.image;
+  ASSERT_EQ(ql_is_init(), 0);
+  ql_is_deinit();
+  EXPECT_EQ(ql_is_process_takepicture(&capture.param), -1);
+  EXPECT_EQ(capture.image, original);
+  std::vector<uint8_t> record(QL_IS_BURST_RECORD_SIZE, 0);
+  ql_is_record_put_i32(record.data(), QL_IS_BURST_COUNT, 2);
+  ql_is_record_put_ptr(record.data(), QL_IS_BURST_IMAGE(0), capture.image.data());
+  ql_is_record_put_ptr(record.data(), QL_IS_BURST_IMAGE(1), capture.image.data());
+  ql_is_record_put_i32(record.data(), QL_IS_BURST_MODE, 1);
+  ql_is_record_put_i32(record.data(), QL_IS_BURST_RESULT, 9);
+  EXPECT_EQ(ql_is_process_bat_takepicture(record.data()), -1);
+  EXPECT_EQ(ql_is_record_get_i32(record.data(), QL_IS_BURST_RESULT), 9);
   EXPECT_EQ(g_asIQThdInfo.capture_calls, 0);
 }
 
