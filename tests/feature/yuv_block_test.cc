@@ -4,12 +4,12 @@
 
 #include <algorithm>
 #include <cstring>
+#include <ostream>
 #include <random>
 #include <vector>
 
+#include "feature/feature_frames.h"
 #include "ql_is/ql_is.h"
-#include "support/frames.h"
-#include "support/page_end_buffer.h"
 
 namespace qlis::test {
 namespace {
@@ -35,34 +35,39 @@ struct Outputs {
   uint64_t result = 0;
 };
 
-Outputs extract(const uint8_t *data, int32_t row_begin, int32_t row_end,
-                int32_t col_begin, int32_t col_end, int32_t dist,
-                int32_t height, int32_t width, int32_t stride,
-                int32_t stats_flag, int32_t gradient_flag, int32_t unused = 1) {
+Outputs extract(const BlockArgs &a, int32_t unused = 1) {
   Outputs out;
   out.result = image_feature_quality_for_yuv_skip2(
-      &out.sum, &out.aux, data, row_begin, row_end, col_begin, col_end, dist,
-      unused, height, width, stride, stats_flag, gradient_flag);
+      &out.sum, &out.aux, a.data, a.row_begin, a.row_end, a.col_begin,
+      a.col_end, a.dist, unused, a.height, a.width, a.stride, a.stats_flag,
+      a.gradient_flag);
   return out;
 }
 
-struct FlagCase {
-  int32_t stats_flag;
-  int32_t gradient_flag;
+struct RampCase {
+  int32_t end;   // rows and columns 0 .. end
+  int32_t size;  // of a size x size frame
+  int32_t dist, stats_flag, gradient_flag;
   uint64_t sum;     // expected *sum_out
   uint64_t result;  // expected return value
 };
 
-class YuvBlockFlags : public ::testing::TestWithParam<FlagCase> {};
+void PrintTo(const RampCase &c, std::ostream *os) {
+  *os << "0.." << c.end << " of " << c.size << " dist " << c.dist << " flags "
+      << c.stats_flag << c.gradient_flag;
+}
 
-// Block rows and columns 0..8 of a 10 x 10 ramp: samples at (0|4, 0|4) are
-// 0, 4, 40, 44 (sum 88), each with gradient 1^2 + 10^2 = 101 (energy 404).
-TEST_P(YuvBlockFlags, FlagPairSelectsSumAndEnergy) {
-  const FlagCase c = GetParam();
-  const std::vector<uint8_t> frame = ramp_frame(10, 12);
+class YuvBlockRamp : public ::testing::TestWithParam<RampCase> {};
+
+// Sums and energies by hand; *aux_out is left alone and `unused` ignored.
+TEST_P(YuvBlockRamp, FlagsClampAndDistancePickSumAndEnergy) {
+  const RampCase c = GetParam();
+  const std::vector<uint8_t> frame = ramp_frame(12, 12);
   for (int32_t unused : {1, 0, -7, 1 << 30}) {
-    const Outputs out = extract(frame.data(), 0, 8, 0, 8, 1, 10, 10, 12,
-                                c.stats_flag, c.gradient_flag, unused);
+    const Outputs out = extract(
+        block_args(frame.data(), {c.size, c.size, 12}, {0, c.end, 0, c.end},
+                   c.dist, c.stats_flag, c.gradient_flag),
+        unused);
     EXPECT_EQ(out.sum, c.sum);
     EXPECT_EQ(out.result, c.result);
     EXPECT_EQ(out.aux, kSentinel);
@@ -70,38 +75,26 @@ TEST_P(YuvBlockFlags, FlagPairSelectsSumAndEnergy) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    AllPairs, YuvBlockFlags,
-    ::testing::Values(FlagCase{1, 1, 88, 404}, FlagCase{0, 1, 0, 404},
-                      FlagCase{1, 0, 88, 0},
-                      // Invalid pairs compute nothing and leave the sum.
-                      FlagCase{0, 0, kSentinel, UINT64_MAX},
-                      FlagCase{2, 1, kSentinel, UINT64_MAX},
-                      FlagCase{1, 2, kSentinel, UINT64_MAX},
-                      FlagCase{-1, 1, kSentinel, UINT64_MAX},
-                      FlagCase{1, -1, kSentinel, UINT64_MAX}));
-
-TEST(YuvBlock, ClampDropsLastSampleRowAndColumnOneEarly) {
-  // Rows and columns 0..9: in a 10 x 10 frame the neighbours of sample 8
-  // would still fit, but the ends are pulled in to 10 - 1 - 1 = 8.
-  const std::vector<uint8_t> frame = ramp_frame(11, 12);
-  const Outputs clamped =
-      extract(frame.data(), 0, 9, 0, 9, 1, 10, 10, 12, 1, 1);
-  EXPECT_EQ(clamped.sum, 88u);
-  EXPECT_EQ(clamped.result, 404u);
-  // One row and column more and nothing is clamped: samples at 0, 4, 8 in
-  // both directions, sum 3 (0 + 4 + 8) + 30 (0 + 4 + 8), 9 x 101.
-  const Outputs open = extract(frame.data(), 0, 9, 0, 9, 1, 11, 11, 12, 1, 1);
-  EXPECT_EQ(open.sum, 396u);
-  EXPECT_EQ(open.result, 909u);
-}
-
-TEST(YuvBlock, DistanceMovesBothNeighbours) {
-  // dist 2: neighbours 2 bytes right and 2 rows down, 2^2 + 20^2 = 404.
-  const std::vector<uint8_t> frame = ramp_frame(12, 12);
-  const Outputs out = extract(frame.data(), 0, 8, 0, 8, 2, 12, 12, 12, 1, 1);
-  EXPECT_EQ(out.sum, 88u);
-  EXPECT_EQ(out.result, 4u * 404u);
-}
+    Cases, YuvBlockRamp,
+    ::testing::Values(
+        // Rows and columns 0..8 of a 10 x 10 frame: samples at (0|4, 0|4)
+        // are 0, 4, 40, 44 (sum 88), each with gradient 1^2 + 10^2 = 101.
+        RampCase{8, 10, 1, 1, 1, 88, 404}, RampCase{8, 10, 1, 0, 1, 0, 404},
+        RampCase{8, 10, 1, 1, 0, 88, 0},
+        // Invalid pairs compute nothing and leave the sum.
+        RampCase{8, 10, 1, 0, 0, kSentinel, UINT64_MAX},
+        RampCase{8, 10, 1, 2, 1, kSentinel, UINT64_MAX},
+        RampCase{8, 10, 1, 1, 2, kSentinel, UINT64_MAX},
+        RampCase{8, 10, 1, -1, 1, kSentinel, UINT64_MAX},
+        RampCase{8, 10, 1, 1, -1, kSentinel, UINT64_MAX},
+        // Rows and columns 0..9: the neighbours of sample 8 would still fit,
+        // but the ends are pulled in to 10 - 1 - 1 = 8.
+        RampCase{9, 10, 1, 1, 1, 88, 404},
+        // One row and column more and nothing is clamped: samples 0, 4, 8,
+        // sum 3 (0 + 4 + 8) + 30 (0 + 4 + 8), 9 x 101.
+        RampCase{9, 11, 1, 1, 1, 396, 909},
+        // Neighbours 2 bytes right and 2 rows down: 2^2 + 20^2 = 404 each.
+        RampCase{8, 12, 2, 1, 1, 88, 4 * 404}));
 
 TEST(YuvBlock, EnergyOfAVeryWideHighContrastBlockKeepsAll64Bits) {
   // One sample row of 144,000 samples, each 255 beside and above a 0:
@@ -111,14 +104,15 @@ TEST(YuvBlock, EnergyOfAVeryWideHighContrastBlockKeepsAll64Bits) {
   constexpr int32_t kWidth = 4 * kSamples + 2;
   std::vector<uint8_t> frame(3 * static_cast<size_t>(kWidth), 0);
   for (int32_t x = 0; x < kWidth; x += 4) frame[x] = 255;
-  const Outputs out =
-      extract(frame.data(), 0, 1, 0, 4 * kSamples, 1, 3, kWidth, kWidth, 1, 1);
+  const Outputs out = extract(
+      block_args(frame.data(), {3, kWidth, kWidth}, {0, 1, 0, 4 * kSamples}));
   EXPECT_EQ(out.sum, 255u * kSamples);
   EXPECT_EQ(out.result, 130050ull * kSamples);
 }
 
 struct EmptyCase {
-  int32_t row_begin, row_end, col_begin, col_end, height, width;
+  BlockRect rect;
+  int32_t height, width;
   int32_t stats_flag, gradient_flag;
 };
 
@@ -129,8 +123,8 @@ TEST_P(YuvBlockEmpty, EmptyBlockZeroesBothCellsAndFails) {
   // The kernel must read nothing: the one readable byte sits at a page end.
   PageEndBuffer buffer(1);
   const Outputs out =
-      extract(buffer.data(), c.row_begin, c.row_end, c.col_begin, c.col_end, 1,
-              c.height, c.width, 16, c.stats_flag, c.gradient_flag);
+      extract(block_args(buffer.data(), {c.height, c.width, 16}, c.rect, 1,
+                         c.stats_flag, c.gradient_flag));
   EXPECT_EQ(out.sum, 0u);
   EXPECT_EQ(out.aux, 0u);
   EXPECT_EQ(out.result, UINT64_MAX);
@@ -138,82 +132,59 @@ TEST_P(YuvBlockEmpty, EmptyBlockZeroesBothCellsAndFails) {
 
 INSTANTIATE_TEST_SUITE_P(
     Rectangles, YuvBlockEmpty,
-    ::testing::Values(EmptyCase{4, 4, 0, 8, 16, 16, 1, 1},
-                      EmptyCase{0, 8, 8, 5, 16, 16, 1, 1},
+    ::testing::Values(EmptyCase{{4, 4, 0, 8}, 16, 16, 1, 1},
+                      EmptyCase{{0, 8, 8, 5}, 16, 16, 1, 1},
                       // Clamped to nothing at the bottom / right edge.
-                      EmptyCase{14, 16, 0, 8, 16, 16, 1, 1},
-                      EmptyCase{0, 8, 14, 20, 16, 16, 0, 1},
+                      EmptyCase{{14, 16, 0, 8}, 16, 16, 1, 1},
+                      EmptyCase{{0, 8, 14, 20}, 16, 16, 0, 1},
                       // Emptiness is decided before the flags.
-                      EmptyCase{4, 4, 0, 8, 16, 16, 0, 0},
-                      EmptyCase{0, 8, 0, 8, 1, 1, 7, 7}));
+                      EmptyCase{{4, 4, 0, 8}, 16, 16, 0, 0},
+                      EmptyCase{{0, 8, 0, 8}, 1, 1, 7, 7}));
 
 #if QLIS_HAVE_NEON
-
-struct PlaneGeometry {
-  int32_t height, width, stride;
-};
-
-// Widths around the 64- and 32-byte load steps, padded strides, tiny planes.
-const PlaneGeometry kPlaneGeometries[] = {
-    {1, 1, 1},      {3, 5, 5},      {9, 9, 16},      {17, 63, 63},
-    {20, 64, 64},   {21, 65, 67},   {33, 127, 128},  {40, 130, 130},
-    {57, 200, 203}, {64, 257, 257}, {100, 640, 641}, {135, 1922, 1924},
-};
-
-struct Clamped {
-  int64_t row_end, col_end;
-};
-
-Clamped clamp_like_the_extractor(const YuvBlockArgs &a) {
-  Clamped c{a.row_end, a.col_end};
-  if (c.row_end + a.dist >= a.height)
-    c.row_end = int64_t{a.height} - 1 - a.dist;
-  if (c.col_end + a.dist >= a.width) c.col_end = int64_t{a.width} - 1 - a.dist;
-  return c;
+// The block's last byte read, with an independent copy of the clamp and
+// flag rules, so that the buffer can end right after it.
+size_t bytes_read(const YuvBlockArgs &a) {
+  int64_t row_end = a.row_end, col_end = a.col_end;
+  if (row_end + a.dist >= a.height) row_end = int64_t{a.height} - 1 - a.dist;
+  if (col_end + a.dist >= a.width) col_end = int64_t{a.width} - 1 - a.dist;
+  const int32_t s = a.stats_flag, g = a.gradient_flag;
+  const bool valid = (s == 1 && (g == 0 || g == 1)) || (s == 0 && g == 1);
+  if (row_end <= a.row_begin || col_end <= a.col_begin || !valid) return 1;
+  const int64_t last_row = a.row_begin + (row_end - 1 - a.row_begin) / 4 * 4;
+  return static_cast<size_t>((last_row + a.dist) * a.stride + col_end + a.dist);
 }
 
-bool flags_valid(int32_t s, int32_t g) {
-  return (s == 1 && g == 1) || (s == 0 && g == 1) || (s == 1 && g == 0);
-}
-
+// Widths around the 64- and 32-byte load steps, padded strides, tiny
+// planes; random blocks, distances and flag pairs, each in a buffer that
+// ends with the last byte the block may read.
 TEST(YuvBlockTwins, NeonMatchesPortableWithinTheBlocksBytes) {
+  const Geometry kPlanes[] = {
+      {1, 1, 1},      {3, 5, 5},      {9, 9, 16},      {17, 63, 63},
+      {20, 64, 64},   {21, 65, 67},   {33, 127, 128},  {40, 130, 130},
+      {57, 200, 203}, {64, 257, 257}, {100, 640, 641}, {135, 1922, 1924},
+  };
   const int32_t kFlagPairs[][2] = {{1, 1}, {0, 1}, {1, 0}, {0, 0}, {2, 1}};
   const int32_t kDists[] = {1, 1, 1, 0, 2, 3};
   std::mt19937 engine(20240611);
-  for (const PlaneGeometry &g : kPlaneGeometries) {
+  for (const Geometry &g : kPlanes) {
     SCOPED_TRACE(::testing::Message()
                  << g.height << "x" << g.width << "/" << g.stride);
-    const RandomFrame master({g.height, g.width, g.stride}, engine());
+    const RandomFrame master(g, engine());
     std::uniform_int_distribution<int32_t> row(0, g.height + 2);
     std::uniform_int_distribution<int32_t> col(0, g.width + 2);
     std::uniform_int_distribution<size_t> pick(0, 5);
     for (int trial = 0; trial < 60; ++trial) {
-      YuvBlockArgs a{};
-      if (trial < 6) {  // the whole plane, clamped at both far edges
-        a.row_begin = 0, a.row_end = g.height, a.col_begin = 0,
-        a.col_end = g.width;
-      } else {
-        a.row_begin = std::max(0, row(engine) - 2);
-        a.row_end = row(engine);
-        a.col_begin = std::max(0, col(engine) - 2);
-        a.col_end = col(engine);
-      }
-      a.dist = trial < 6 ? 1 : kDists[pick(engine)];
-      a.height = g.height, a.width = g.width, a.stride = g.stride;
       const int32_t *flags = kFlagPairs[trial % 5];
-      a.stats_flag = flags[0], a.gradient_flag = flags[1];
-
-      // Place the bytes the block may read so that the last one, dist past
-      // col_end on the last lower-neighbour row, ends a page.
-      const Clamped c = clamp_like_the_extractor(a);
-      size_t readable = 1;
-      if (c.row_end > a.row_begin && c.col_end > a.col_begin &&
-          flags_valid(a.stats_flag, a.gradient_flag)) {
-        const int64_t last_row =
-            a.row_begin + (c.row_end - 1 - a.row_begin) / 4 * 4;
-        readable = static_cast<size_t>((last_row + a.dist) * g.stride +
-                                       c.col_end + a.dist);
-      }
+      // The first trials take the whole plane, clamped at both far edges.
+      const BlockRect rect =
+          trial < 6 ? BlockRect{0, g.height, 0, g.width}
+                    : BlockRect{std::max(0, row(engine) - 2), row(engine),
+                                std::max(0, col(engine) - 2), col(engine)};
+      YuvBlockArgs a =
+          block_args(nullptr, g, rect, trial < 6 ? 1 : kDists[pick(engine)],
+                     flags[0], flags[1]);
+      const size_t readable = bytes_read(a);
       PageEndBuffer buffer(readable);
       std::memcpy(buffer.data(), master.data(),
                   std::min(readable, static_cast<size_t>(g.height) * g.stride));
@@ -223,9 +194,8 @@ TEST(YuvBlockTwins, NeonMatchesPortableWithinTheBlocksBytes) {
       uint64_t sum_n = kSentinel, aux_n = kSentinel;
       const uint64_t result_p = portable::yuv_block_features(&sum_p, &aux_p, a);
       const uint64_t result_n = neon::yuv_block_features(&sum_n, &aux_n, a);
-      ASSERT_EQ(result_n, result_p) << "trial " << trial;
-      ASSERT_EQ(sum_n, sum_p) << "trial " << trial;
-      ASSERT_EQ(aux_n, aux_p) << "trial " << trial;
+      ASSERT_TRUE(result_n == result_p && sum_n == sum_p && aux_n == aux_p)
+          << "trial " << trial;
     }
   }
 }

@@ -2,128 +2,77 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <random>
 #include <vector>
 
-#include "ql_is/ql_is.h"
-#include "support/frames.h"
+#include "feature/feature_frames.h"
 
 namespace qlis::test {
 namespace {
 
-constexpr uint64_t kFieldSentinel = 0x7ff4dead0000beefull;  // a NaN pattern
-
-void prefill(BlockFeatureSet &set) {
-  for (BlockFeature &b : set.block) {
-    for (double *f : {&b.sample_sum, &b.reserved, &b.deviation_sum,
-                      &b.bright_ratio, &b.dark_ratio, &b.variation}) {
-      std::memcpy(f, &kFieldSentinel, sizeof(double));
-    }
-  }
-}
-
-uint64_t bits(double d) {
-  uint64_t u;
-  std::memcpy(&u, &d, sizeof u);
-  return u;
-}
-
-bool on_checkerboard(int i) { return (i / 8 + i % 8) % 2 == 0; }
-
 // The frame value written out plainly: clamped blocks, samples every fourth
-// byte of every fourth row, weights 1..4..1, sums wrapping at 64 bits.
-uint64_t reference_value(const uint8_t *d, int32_t h, int32_t w, int32_t stride,
-                         double sums[64]) {
-  static const uint64_t kWeight[8] = {1, 2, 3, 4, 4, 3, 2, 1};
-  const int32_t bh = h / 8, bw = w / 8;
-  uint64_t s_total = 0, q_total = 0;
-  for (int r = 0; r < 8; ++r) {
-    for (int c = 0; c < 8; ++c) {
-      const int32_t r0 = r * bh, c0 = c * bw;
-      int32_t r1 = r0 + bh, c1 = c0 + bw;
-      if (r1 + 1 >= h) r1 = h - 2;
-      if (c1 + 1 >= w) c1 = w - 2;
-      uint64_t sum = 0, energy = 0;
-      if (r1 <= r0 || c1 <= c0) {
-        energy = UINT64_MAX;
-      } else {
-        for (int32_t y = r0; y < r1; y += 4) {
-          for (int32_t x = c0; x < c1; x += 4) {
-            const int s = d[y * stride + x];
-            const int dh = d[y * stride + x + 1] - s;
-            const int dv = d[(y + 1) * stride + x] - s;
-            sum += s;
-            energy += static_cast<uint64_t>(dh * dh + dv * dv);
-          }
+// byte of every fourth row, sums wrapping at 64 bits.
+uint64_t reference_value(const uint8_t *d, Geometry g, double sums[64]) {
+  const int32_t bh = g.height / 8, bw = g.width / 8;
+  uint64_t weighted[64];
+  for (int k = 0; k < 64; ++k) {
+    const int32_t r0 = k / 8 * bh, c0 = k % 8 * bw;
+    const int32_t r1 = std::min(r0 + bh, g.height - 2);
+    const int32_t c1 = std::min(c0 + bw, g.width - 2);
+    uint64_t sum = 0, energy = 0;
+    if (r1 <= r0 || c1 <= c0) {
+      energy = UINT64_MAX;
+    } else {
+      for (int32_t y = r0; y < r1; y += 4) {
+        for (int32_t x = c0; x < c1; x += 4) {
+          const uint8_t *p = d + y * g.stride + x;
+          const int dh = p[1] - p[0], dv = p[g.stride] - p[0];
+          sum += p[0];
+          energy += static_cast<uint64_t>(dh * dh + dv * dv);
         }
       }
-      sums[8 * r + c] =
-          on_checkerboard(8 * r + c) ? static_cast<double>(sum) : 0.0;
-      const uint64_t weighted = energy * kWeight[c] * kWeight[r] / 400;
-      s_total += weighted;
-      q_total += weighted * weighted;
     }
+    sums[k] = on_checkerboard(k) ? static_cast<double>(sum) : 0.0;
+    weighted[k] = energy * kBlockWeight[k % 8] * kBlockWeight[k / 8] / 400;
   }
-  const uint64_t mean = s_total / 64;
-  return ((q_total / 64 - mean * mean) / 10000) * s_total;
+  return spread_times_sum(weighted);
 }
 
+uint64_t run_yuv(BlockFeatureSet &set, const uint8_t *data, Geometry g) {
+  set = unwritten_records();
+  return calc_feature_quality_with_sub_yuv(&set, data, g.height, g.width,
+                                           g.stride);
+}
+
+// 64 x 64 with padding of another value that must never be read: four
+// samples per block (the last row and column of blocks lose their third
+// sample to the edge clamp either way).
 TEST(YuvFrame, FlatFrameHasNoGradientAndChecksOnlyItsBlocks) {
-  // 64 x 64 with padding of another value that must never be read: four
-  // samples per block (the last row and column of blocks lose their third
-  // sample to the edge clamp either way).
-  const int32_t kStride = 70;
-  std::vector<uint8_t> frame(64 * kStride, 7);
-  for (int y = 0; y < 64; ++y) std::memset(&frame[y * kStride], 100, 64);
+  std::vector<uint8_t> frame(64 * 70, 7);
+  for (int y = 0; y < 64; ++y) std::memset(&frame[y * 70], 100, 64);
   BlockFeatureSet set;
-  prefill(set);
-  EXPECT_EQ(
-      calc_feature_quality_with_sub_yuv(&set, frame.data(), 64, 64, kStride),
-      0u);
-  for (int i = 0; i < 64; ++i) {
-    EXPECT_EQ(bits(set.block[i].sample_sum),
-              bits(on_checkerboard(i) ? 400.0 : 0.0))
-        << "block " << i;
+  EXPECT_EQ(run_yuv(set, frame.data(), {64, 64, 70}), 0u);
+  for (int k = 0; k < 64; ++k) {
+    EXPECT_EQ(set.block[k].sample_sum, on_checkerboard(k) ? 400.0 : 0.0) << k;
   }
 }
 
-TEST(YuvFrame, WritesOnlySampleSum) {
-  const RandomFrame frame({96, 160, 168}, 3);
-  BlockFeatureSet set;
-  prefill(set);
-  calc_feature_quality_with_sub_yuv(&set, frame.data(), 96, 160, 168);
-  for (int i = 0; i < 64; ++i) {
-    const BlockFeature &b = set.block[i];
-    if (!on_checkerboard(i)) {
-      EXPECT_EQ(bits(b.sample_sum), 0u) << "block " << i;
-    }
-    for (double f : {b.reserved, b.deviation_sum, b.bright_ratio, b.dark_ratio,
-                     b.variation}) {
-      EXPECT_EQ(bits(f), kFieldSentinel) << "block " << i;
-    }
-  }
-}
-
+// 32 pixels of Y 200, U 50, V 90 per row: 64 bytes. Blocks start on
+// multiples of 8 bytes, so every sample is a Y0 whose right neighbour is U:
+// 150^2 per sample, 4 samples, e = 90000 per block. Weighted: 225 wc wr,
+// S = 225 * 20 * 20 = 90000, Q = 225^2 * 60^2 = 182250000;
+// (Q / 64 - (S / 64)^2) / 10000 = (2847656 - 1406^2) / 10000 = 87.
 TEST(YuvFrame, YuyvGradientMixesLumaAndChroma) {
-  // 32 pixels of Y 200, U 50, V 90 per row: 64 bytes. Blocks start on
-  // multiples of 8 bytes, so every sample is a Y0 whose right neighbour is U:
-  // 150^2 per sample, 4 samples, e = 90000 per block. Weighted: 225 wc wr,
-  // S = 225 * 20 * 20 = 90000, Q = 225^2 * 60^2 = 182250000;
-  // (Q / 64 - (S / 64)^2) / 10000 = (2847656 - 1406^2) / 10000 = 87.
   const uint8_t kPair[4] = {200, 50, 200, 90};
   std::vector<uint8_t> frame(64 * 64);
   for (size_t i = 0; i < frame.size(); ++i) frame[i] = kPair[i % 4];
-  BlockFeatureSet yuyv, yuv;
-  prefill(yuyv);
-  prefill(yuv);
-  const uint64_t v_yuyv =
-      calc_feature_quality_with_sub_yuyv(&yuyv, frame.data(), 64, 64, 64);
-  const uint64_t v_yuv =
-      calc_feature_quality_with_sub_yuv(&yuv, frame.data(), 64, 64, 64);
-  EXPECT_EQ(v_yuyv, 87u * 90000u);
-  EXPECT_EQ(v_yuv, v_yuyv);
-  EXPECT_EQ(std::memcmp(&yuyv, &yuv, sizeof yuv), 0);
+  BlockFeatureSet yuyv = unwritten_records(), yuv;
+  EXPECT_EQ(calc_feature_quality_with_sub_yuyv(&yuyv, frame.data(), 64, 64, 64),
+            87u * 90000u);
+  EXPECT_EQ(run_yuv(yuv, frame.data(), {64, 64, 64}), 87u * 90000u);
+  EXPECT_TRUE(same_bytes(yuyv, yuv));
   EXPECT_EQ(yuyv.block[0].sample_sum, 800.0);
 }
 
@@ -133,26 +82,25 @@ const Geometry kFrames[] = {
     {100, 130, 131}, {135, 257, 260}, {240, 320, 320},
 };
 
+// Only field 0 is written: block sums on the checkerboard, 0.0 elsewhere.
 TEST(YuvFrame, MatchesPlainReferenceAndBothNamesAgree) {
   for (const Geometry &g : kFrames) {
     SCOPED_TRACE(::testing::Message() << g.height << "x" << g.width);
     const RandomFrame frame(g, static_cast<uint32_t>(g.width));
-    double expected_sums[64];
-    const uint64_t expected = reference_value(frame.data(), g.height, g.width,
-                                              g.stride, expected_sums);
-    BlockFeatureSet yuv, yuyv;
-    prefill(yuv);
-    prefill(yuyv);
-    EXPECT_EQ(calc_feature_quality_with_sub_yuv(&yuv, frame.data(), g.height,
-                                                g.width, g.stride),
-              expected);
+    double sums[64];
+    const uint64_t expected = reference_value(frame.data(), g, sums);
+    BlockFeatureSet yuv, yuyv = unwritten_records();
+    EXPECT_EQ(run_yuv(yuv, frame.data(), g), expected);
     EXPECT_EQ(calc_feature_quality_with_sub_yuyv(&yuyv, frame.data(), g.height,
                                                  g.width, g.stride),
               expected);
-    for (int i = 0; i < 64; ++i) {
-      EXPECT_EQ(bits(yuv.block[i].sample_sum), bits(expected_sums[i])) << i;
+    for (int k = 0; k < 64; ++k) {
+      EXPECT_TRUE(
+          same_fields(yuv.block[k], {sums[k], kUnwritten, kUnwritten,
+                                     kUnwritten, kUnwritten, kUnwritten}))
+          << k;
     }
-    EXPECT_EQ(std::memcmp(&yuv, &yuyv, sizeof yuv), 0);
+    EXPECT_TRUE(same_bytes(yuv, yuyv));
   }
 }
 
@@ -167,16 +115,14 @@ TEST(YuvFrameTwins, NeonDriverMatchesPortableOnPageEndFrames) {
   for (const Geometry &g : frames) {
     SCOPED_TRACE(::testing::Message() << g.height << "x" << g.width);
     const RandomFrame frame(g, 11u + static_cast<uint32_t>(g.height));
-    BlockFeatureSet p, n;
-    prefill(p);
-    prefill(n);
+    BlockFeatureSet p = unwritten_records(), n = unwritten_records();
     const uint64_t vp =
         yuv_frame_features(&p, frame.data(), g.height, g.width, g.stride,
                            portable::yuv_block_features);
     const uint64_t vn = yuv_frame_features(&n, frame.data(), g.height, g.width,
                                            g.stride, neon::yuv_block_features);
     EXPECT_EQ(vn, vp);
-    EXPECT_EQ(std::memcmp(&n, &p, sizeof p), 0);
+    EXPECT_TRUE(same_bytes(n, p));
   }
 }
 #endif
