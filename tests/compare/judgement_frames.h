@@ -51,6 +51,25 @@ inline auto checker(uint8_t a, uint8_t b) {
   return [a, b](int32_t i, int32_t g) { return (i + g) % 2 != 0 ? b : a; };
 }
 
+// Every block half at 200 (bright) and half at 50 (dark), mean 125. In low
+// light only every second row pair of a block is read; with an even first
+// row pair the checker alternates along the groups, so the same holds
+// there. The sharp variant has texture in the re-blur samples too.
+inline const JudgedFrame kTextured =
+    JudgedFrame().features(checker(50, 200)).sharpness(constant(128));
+inline const JudgedFrame kTexturedSharp =
+    JudgedFrame().features(checker(50, 200)).sharpness(checker(40, 220));
+
+inline bool same(const BlockFeatureSet &a, const BlockFeatureSet &b) {
+  return std::memcmp(&a, &b, sizeof a) == 0;
+}
+
+inline bool same(const std::vector<DiffHistogram> &a,
+                 const std::vector<DiffHistogram> &b) {
+  return a.size() == b.size() &&
+         std::memcmp(a.data(), b.data(), a.size() * sizeof(DiffHistogram)) == 0;
+}
+
 // Re-blur score of a plane of 128s: the 11 x 11 average comes out as 127
 // everywhere, so the score is n / (128 n) exactly.
 inline constexpr double kPlaneOf128Score = 1.0 / 128.0;
@@ -78,11 +97,9 @@ struct BaseImage {
     clarity = 0.75;
   }
   bool same_as(const BaseImage &o) const {
-    return quality == o.quality &&
-           std::memcmp(&features, &o.features, sizeof features) == 0 &&
-           std::memcmp(hist.data(), o.hist.data(),
-                       hist.size() * sizeof(DiffHistogram)) == 0 &&
-           raw == o.raw && std::memcmp(&clarity, &o.clarity, 8) == 0;
+    return quality == o.quality && same(features, o.features) &&
+           same(hist, o.hist) && raw == o.raw &&
+           std::memcmp(&clarity, &o.clarity, 8) == 0;
   }
 };
 

@@ -5,7 +5,6 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
-#include <ostream>
 #include <string>
 #include <vector>
 
@@ -25,9 +24,6 @@ using F = JudgedFrame;
 constexpr double kLuminanceOfMean125 = 237.0;  // 729000 / 3072
 constexpr double kLuminanceOfMean135 = 256.0;  // 787320 / 3072
 
-const F kTextured = F().features(checker(50, 200)).sharpness(constant(128));
-const F kTexturedSharp =
-    F().features(checker(50, 200)).sharpness(checker(40, 220));
 const F kFlat = F().features(constant(125)).sharpness(constant(128));
 
 BlockFeatureSet features_of(const F &frame, uint64_t *quality = nullptr) {
@@ -41,10 +37,6 @@ BlockFeatureSet features_of(const F &frame, uint64_t *quality = nullptr) {
 double score_of(const F &frame) {
   return compare_reblue_with_luminance_compensation(
       frame.data(), F::kHeight, F::kWidth, F::kStride, 1, 5, test_arena());
-}
-
-bool same(const BlockFeatureSet &a, const BlockFeatureSet &b) {
-  return std::memcmp(&a, &b, sizeof a) == 0;
 }
 
 class NormalLight : public ::testing::Test {
@@ -80,20 +72,16 @@ TEST_F(NormalLight, ZeroedBaseTakesTheFirstFrameAsASceneChange) {
   EXPECT_EQ(scene_change_count, 2u);
 }
 
-TEST_F(NormalLight, SharperFrameOfTheSameSceneBecomesTheBase) {
+TEST_F(NormalLight, SharperFrameBecomesTheBaseAndBlurrierKeepsIt) {
   ASSERT_EQ(judge(kTextured), 4);
   ASSERT_EQ(base.clarity, kPlaneOf128Score);
   EXPECT_EQ(judge(kTexturedSharp), 2);
   EXPECT_EQ(scene_change_count, 0u);
   EXPECT_EQ(base.clarity, score_of(kTexturedSharp));
   EXPECT_GT(base.clarity, kPlaneOf128Score);
-}
-
-TEST_F(NormalLight,
-       BlurrierTexturedFrameKeepsTheBaseAndReportsTheBaseLuminance) {
-  ASSERT_EQ(judge(kTexturedSharp), 4);
+  // Ten steps brighter and blurrier: the same scene by the distance rule,
+  // and the luminance reported is the base's.
   const BaseImage before = base;
-  // Ten steps brighter: the same scene by the distance rule.
   const F brighter = F().features(checker(60, 210)).sharpness(constant(128));
   double luminance = -1.0;
   EXPECT_EQ(judge(brighter, &luminance), 3);
@@ -105,17 +93,13 @@ TEST_F(NormalLight,
       kLuminanceOfMean135);
 }
 
-TEST_F(NormalLight, FlatFrameWithAnotherScoreReplacesTheBaseWithVerdict4) {
+TEST_F(NormalLight, FlatFrameReplacesTheBaseButReportsKeepForTheSameScore) {
   ASSERT_EQ(judge(kTexturedSharp), 4);
   // Same block sums as the textured base, no texture, blurrier.
   EXPECT_EQ(judge(kFlat), 4);
   EXPECT_EQ(scene_change_count, 0u);
   EXPECT_EQ(base.clarity, kPlaneOf128Score);
   EXPECT_TRUE(same(base.features, features_of(kFlat)));
-}
-
-TEST_F(NormalLight, FlatFrameWithTheSameScoreReplacesTheBaseButReportsKeep) {
-  ASSERT_EQ(judge(kFlat), 4);
   // Fields the scene test ignores: visible only if the base is rewritten.
   for (BlockFeature &b : base.features.block) b.bright_ratio = 9.0;
   EXPECT_EQ(judge(kFlat), 3);
@@ -146,75 +130,53 @@ TEST_F(NormalLight, RebuildTakesTheBestFrameAndLeavesScoreAndLuminance) {
   EXPECT_EQ(luminance, 9.0);
 }
 
-struct DistanceCase {
-  double base_sum;   // block 5 of the base; the only non-zero block
-  double frame_sum;  // block 5 of the frame
-  bool changed;
-};
-
-void PrintTo(const DistanceCase &c, std::ostream *os) {
-  *os << c.base_sum << " -> " << c.frame_sum;
-}
-
-class NormalLightSceneDistance : public ::testing::TestWithParam<DistanceCase> {
-};
-
-TEST_P(NormalLightSceneDistance, ChangedWhenDistanceExceedsFactorTimesBase) {
-  BlockFeatureSet base{}, frame{};
-  base.block[5].sample_sum = GetParam().base_sum;
-  frame.block[5].sample_sum = GetParam().frame_sum;
-  EXPECT_EQ(normal_light_scene_changed(frame, base), GetParam().changed);
-}
-
 // 148324^2 = 22000008976: above 1000 * 22000000, below 6500 * 22000001.
-INSTANTIATE_TEST_SUITE_P(
-    Thresholds, NormalLightSceneDistance,
-    ::testing::Values(DistanceCase{22000000, 22000000 + 148324.0, true},
-                      DistanceCase{22000001, 22000001 + 148324.0, false},
-                      DistanceCase{10, 110, false},  // 100^2 == 1000 * 10
-                      DistanceCase{10, 111, true}, DistanceCase{10, -91, true},
-                      DistanceCase{10.9, 111.8, false},  // 111 - 10 truncated
-                      DistanceCase{0, 1, true}, DistanceCase{0, 0, false},
-                      DistanceCase{0, kNaN, false}));
-
-struct DecisionCase {
-  bool changed;
-  bool flat;
-  double score;  // against a base score of 0.5
-  int32_t verdict;
-  bool replaces;
-};
-
-void PrintTo(const DecisionCase &c, std::ostream *os) {
-  *os << (c.changed ? "changed" : "same") << (c.flat ? " flat" : " textured")
-      << " score " << c.score;
+TEST(NormalLightScene, ChangedWhenDistanceExceedsFactorTimesBase) {
+  const struct {
+    double base_sum;   // block 5 of the base; the only non-zero block
+    double frame_sum;  // block 5 of the frame
+    bool changed;
+  } cases[] = {{22000000, 22000000 + 148324.0, true},
+               {22000001, 22000001 + 148324.0, false},
+               {10, 110, false},  // 100^2 == 1000 * 10
+               {10, 111, true},
+               {10, -91, true},
+               {10.9, 111.8, false},  // 111 - 10 truncated
+               {0, 1, true},
+               {0, 0, false},
+               {0, kNaN, false}};
+  for (const auto &c : cases) {
+    BlockFeatureSet base{}, frame{};
+    base.block[5].sample_sum = c.base_sum;
+    frame.block[5].sample_sum = c.frame_sum;
+    EXPECT_EQ(normal_light_scene_changed(frame, base), c.changed)
+        << c.base_sum << " -> " << c.frame_sum;
+  }
 }
 
-class NormalLightDecisionTable : public ::testing::TestWithParam<DecisionCase> {
-};
-
-TEST_P(NormalLightDecisionTable, VerdictAndBaseUpdate) {
-  const DecisionCase &c = GetParam();
-  BlockFeatureSet base{}, frame{};
-  if (c.changed) frame.block[0].sample_sum = 1.0;
-  for (BlockFeature &b : frame.block) b.variation = c.flat ? 0.0 : 1.0;
-  const NormalLightDecision d =
-      decide_normal_light(frame, base, c.score, 0.5, 192, 256);
-  EXPECT_EQ(d.changed, c.changed);
-  EXPECT_EQ(d.flat, c.flat);
-  EXPECT_EQ(d.verdict, c.verdict);
-  EXPECT_EQ(d.replaces_base(), c.replaces);
+TEST(NormalLightDecision, VerdictAndBaseUpdate) {
+  const struct {
+    bool changed, flat;
+    double score;  // against a base score of 0.5
+    int32_t verdict;
+    bool replaces;
+  } cases[] = {{true, false, 0.1, 4, true},   {false, true, 0.1, 4, true},
+               {false, true, 0.5, 3, true},   {false, true, kNaN, 4, true},
+               {false, false, 0.6, 2, true},  {false, false, 0.5, 3, false},
+               {false, false, kNaN, 3, false}};
+  for (const auto &c : cases) {
+    BlockFeatureSet base{}, frame{};
+    if (c.changed) frame.block[0].sample_sum = 1.0;
+    for (BlockFeature &b : frame.block) b.variation = c.flat ? 0.0 : 1.0;
+    const NormalLightDecision d =
+        decide_normal_light(frame, base, c.score, 0.5, 192, 256);
+    SCOPED_TRACE(::testing::Message() << c.changed << c.flat << " " << c.score);
+    EXPECT_EQ(d.changed, c.changed);
+    EXPECT_EQ(d.flat, c.flat);
+    EXPECT_EQ(d.verdict, c.verdict);
+    EXPECT_EQ(d.replaces_base(), c.replaces);
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, NormalLightDecisionTable,
-    ::testing::Values(DecisionCase{true, false, 0.1, 4, true},
-                      DecisionCase{false, true, 0.1, 4, true},
-                      DecisionCase{false, true, 0.5, 3, true},
-                      DecisionCase{false, true, kNaN, 4, true},
-                      DecisionCase{false, false, 0.6, 2, true},
-                      DecisionCase{false, false, 0.5, 3, false},
-                      DecisionCase{false, false, kNaN, 3, false}));
 
 TEST(NormalLightTexture,
      ThresholdDropsBelowMeanSample35AndHalfTexturedIsNotFlat) {

@@ -46,7 +46,7 @@ TEST_F(Yuv, ZeroedBaseTakesTheFirstFrameAsASceneChange) {
   uint64_t quality = 0;
   const BlockFeatureSet expected = features_of(kFrame, &quality);
   EXPECT_EQ(judge(kFrame), 4);
-  EXPECT_EQ(std::memcmp(&base.features, &expected, sizeof expected), 0);
+  EXPECT_TRUE(same(base.features, expected));
   EXPECT_EQ(base.quality, static_cast<int64_t>(quality));
 }
 
@@ -76,7 +76,7 @@ TEST_F(Yuv, RebuildTakesTheBestFrame) {
   BlockFeatureSet expected = base.features;  // fields 1 to 5 are kept
   const uint64_t quality = calc_feature_quality_with_sub_yuv(
       &expected, kOther.data(), kHeight, kWidth, kStride);
-  EXPECT_EQ(std::memcmp(&base.features, &expected, sizeof expected), 0);
+  EXPECT_TRUE(same(base.features, expected));
   EXPECT_EQ(base.quality, static_cast<int64_t>(quality));
 }
 

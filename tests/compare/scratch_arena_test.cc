@@ -21,28 +21,20 @@ uintptr_t address(const void *p) { return reinterpret_cast<uintptr_t>(p); }
 class ScratchArenaTest : public ::testing::TestWithParam<uint32_t> {};
 
 // The parameter is how far the base sits past a 64-byte boundary.
-TEST_P(ScratchArenaTest,
-       ZeroByteRequestReturnsNextAlignedAddressAndTakesOnlyPadding) {
+TEST_P(ScratchArenaTest, PiecesAreAlignedAndTakeOnlyThePaddingBeforeThem) {
   Block block;
-  const uint32_t offset = GetParam();
-  ScratchArena arena{block.bytes + offset, 1000, 0};
-  void *piece = AssignMemSpace(&arena, 0, 1);
-  const uint32_t padding = (64 - offset) % 64;
-  EXPECT_EQ(address(piece), address(block.bytes) + offset + padding);
-  EXPECT_EQ(address(piece) % 64, 0u);
+  uint8_t *base = block.bytes + GetParam();
+  ScratchArena arena{base, 4000, 0};
+  // A zero-byte request returns the next aligned address.
+  const uint32_t padding = (64 - GetParam()) % 64;
+  EXPECT_EQ(AssignMemSpace(&arena, 0, 1), base + padding);
   EXPECT_EQ(arena.used, padding);
-}
-
-TEST_P(ScratchArenaTest, PiecesAreAlignedWhateverTheBase) {
-  Block block;
-  ScratchArena arena{block.bytes + GetParam(), 4000, 0};
   for (uint32_t length : {1u, 3u, 64u, 100u, 7u}) {
     const uint32_t used_before = arena.used;
     void *piece = AssignMemSpace(&arena, length, 4);
     ASSERT_NE(piece, nullptr);
     EXPECT_EQ(address(piece) % 64, 0u);
-    EXPECT_EQ(arena.used,
-              address(piece) + length - address(block.bytes + GetParam()));
+    EXPECT_EQ(arena.used, address(piece) + length - address(base));
     EXPECT_LT(arena.used - used_before - length, 64u);
   }
 }
