@@ -64,9 +64,9 @@ INSTANTIATE_TEST_SUITE_P(Twins, LowLightBlock,
                          ::testing::ValuesIn(extractors()));
 
 // Two visited samples, s(0, 0) = 10 and s(0, 1) = 230, in a frame that
-// holds the neighbours of both distances: one group right and one row pair
-// down (h = 230, 5; v = 200, 0), or two groups right and four row pairs
-// down (h = 5, 100; v = 60, 255). Row pair 1 is never visited.
+// holds the neighbours of both distances: one group right and two row
+// pairs down (h = 230, 5; v = 200, 0), or two groups right and four row
+// pairs down (h = 5, 100; v = 60, 255). Row pair 1 is never visited.
 // Differences |h - s|, |v - s|, |h - v| by hand.
 TEST_P(LowLightBlock, CountsDifferencesAndStatisticsOfHandBuiltSamples) {
   const uint8_t s[5][5] = {{10, 230, 5, 100}, {99}, {200, 0}, {}, {60, 255}};
@@ -107,12 +107,12 @@ void PrintTo(const BlockCase &c, std::ostream *os) {
 class LowLightBlockCases
     : public ::testing::TestWithParam<std::tuple<Twin, BlockCase>> {};
 
-// Each visited sample adds |h - s| = 0 and twice |v - s| (v two row pairs
-// down) to counts that wrap at 32 bits: three zeros per sample of a flat
-// block. The deviation is (sumsq - mean^2) N, so (N k^2 - k^2) N rather
-// than 0 for a flat block. Statistics run only for stats_flag 1 and
-// differences only for gradient_flag 1; the fractions are zeroed whatever
-// the pair.
+// Samples depend on the row pair only, so each visited sample adds
+// |h - s| = 0 and |v - s| = |h - v| (v two row pairs down) to counts that
+// wrap at 32 bits: three zeros per sample of a flat block. The deviation is
+// (sumsq - mean^2) N, so (N k^2 - k^2) N rather than 0 for a flat block.
+// Statistics run only for stats_flag 1 and differences only for gradient_flag
+// 1; the fractions are zeroed whatever the pair.
 TEST_P(LowLightBlockCases, VisitsEverySecondRowPairAndCountsEachSample) {
   const auto [twin, c] = GetParam();
   PackedFrame f({40, 64, 80}, 0);  // 20 row pairs, 16 groups

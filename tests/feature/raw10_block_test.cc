@@ -59,35 +59,31 @@ constexpr uint64_t kSmallDeviation = 6300 - 16900 / 4;
 
 using FlagCase = std::pair<int32_t, int32_t>;  // stats, gradient
 
-class Raw10BlockFlags : public ::testing::TestWithParam<FlagCase> {};
-
 // Only (1, 1), (0, 1) and (1, 0) compute; any other pair returns -1 and
 // zeroes only the fractions.
-TEST_P(Raw10BlockFlags, FlagPairSelectsWhichOutputsAreWritten) {
-  const auto [stats, gradient] = GetParam();
-  const bool valid = (stats == 1 && (gradient == 0 || gradient == 1)) ||
-                     (stats == 0 && gradient == 1);
-  const Results r =
-      extract(small_block_frame(), {0, 8, 0, 16}, stats, gradient);
-  EXPECT_EQ(r.ret, !valid ? -1 : gradient == 1 ? kSmallEnergy : 0);
-  if (valid && stats == 1) {
-    EXPECT_EQ(r.sum, kSmallSum);
-    EXPECT_EQ(r.dev, kSmallDeviation);
-    EXPECT_EQ(r.cv, std::sqrt(518.75) / 32.5);
-  } else {
-    EXPECT_EQ(r.sum, valid ? 0u : kUntouchedCount);
-    EXPECT_EQ(r.dev, kUntouchedCount);
-    EXPECT_EQ(r.cv, kUntouched);
+TEST(Raw10Block, FlagPairSelectsWhichOutputsAreWritten) {
+  const PackedFrame f = small_block_frame();
+  for (const auto &[stats, gradient] :
+       {FlagCase{1, 1}, FlagCase{0, 1}, FlagCase{1, 0}, FlagCase{0, 0},
+        FlagCase{2, 1}, FlagCase{1, 2}, FlagCase{-1, 0}}) {
+    SCOPED_TRACE(::testing::Message() << "flags " << stats << "," << gradient);
+    const bool valid = (stats == 1 && (gradient == 0 || gradient == 1)) ||
+                       (stats == 0 && gradient == 1);
+    const Results r = extract(f, {0, 8, 0, 16}, stats, gradient);
+    EXPECT_EQ(r.ret, !valid ? -1 : gradient == 1 ? kSmallEnergy : 0);
+    if (valid && stats == 1) {
+      EXPECT_EQ(r.sum, kSmallSum);
+      EXPECT_EQ(r.dev, kSmallDeviation);
+      EXPECT_EQ(r.cv, std::sqrt(518.75) / 32.5);
+    } else {
+      EXPECT_EQ(r.sum, valid ? 0u : kUntouchedCount);
+      EXPECT_EQ(r.dev, kUntouchedCount);
+      EXPECT_EQ(r.cv, kUntouched);
+    }
+    EXPECT_EQ(r.bright, 0.0);
+    EXPECT_EQ(r.dark, valid ? 0.75 : 0.0);
   }
-  EXPECT_EQ(r.bright, 0.0);
-  EXPECT_EQ(r.dark, valid ? 0.75 : 0.0);
 }
-
-INSTANTIATE_TEST_SUITE_P(AllPairs, Raw10BlockFlags,
-                         ::testing::Values(FlagCase{1, 1}, FlagCase{0, 1},
-                                           FlagCase{1, 0}, FlagCase{0, 0},
-                                           FlagCase{2, 1}, FlagCase{1, 2},
-                                           FlagCase{-1, 0}));
 
 // An empty rectangle (as given or after the clamp) zeroes only the sum and
 // deviation, whatever the flags.
@@ -129,50 +125,40 @@ TEST(Raw10Block, BrightAndDarkThresholdsAreInclusive) {
 }
 
 // Which samples a rectangle covers, after the clamp that keeps neighbours
-// one sample further inside than they need.
-struct RectCase {
-  BlockRect rect;
-  int32_t dist;
-  int32_t i0, i1, g0, g1;  // expected sample rectangle
-};
-
-void PrintTo(const RectCase &c, std::ostream *os) {
-  *os << "rows " << c.rect.row_begin << ".." << c.rect.row_end << " cols "
-      << c.rect.col_begin << ".." << c.rect.col_end << " dist " << c.dist;
-}
-
-class Raw10BlockRect : public ::testing::TestWithParam<RectCase> {};
-
-TEST_P(Raw10BlockRect, VisitsExactlyTheClampedSampleRectangle) {
-  const RectCase c = GetParam();
+// one sample further inside than they need: sample (i, g) holds 1 + 9 i + g.
+TEST(Raw10Block, VisitsExactlyTheClampedSampleRectangle) {
+  const struct {
+    BlockRect rect;
+    int32_t dist;
+    int32_t i0, i1, g0, g1;  // expected sample rectangle
+  } cases[] = {// Bottom and right edges lose two sample rows and columns.
+               {{0, 16, 0, 32}, 1, 0, 6, 0, 6},
+               {{8, 16, 16, 32}, 1, 4, 6, 4, 6},
+               // One sample short of the edge is pulled in too ...
+               {{0, 14, 0, 28}, 1, 0, 6, 0, 6},
+               // ... two short is not.
+               {{0, 12, 0, 24}, 1, 0, 6, 0, 6},
+               {{0, 10, 0, 20}, 1, 0, 5, 0, 5},
+               // Odd pixel coordinates shift down to row pairs and groups.
+               {{3, 9, 5, 15}, 1, 1, 4, 1, 3},
+               // The margin follows the distance.
+               {{0, 16, 0, 32}, 2, 0, 5, 0, 5},
+               {{0, 16, 0, 32}, 0, 0, 7, 0, 7},
+               // Past the frame.
+               {{2, 400, 4, 900}, 1, 1, 6, 1, 6}};
   PackedFrame f({16, 32, 45}, Noise{1});  // 8 x 8 samples
   f.samples(
       [](int32_t i, int32_t g) { return static_cast<uint8_t>(1 + 9 * i + g); });
-  uint64_t expected = 0;
-  for (int32_t i = c.i0; i < c.i1; ++i) {
-    for (int32_t g = c.g0; g < c.g1; ++g) expected += 1 + 9 * i + g;
+  for (const auto &c : cases) {
+    uint64_t expected = 0;
+    for (int32_t i = c.i0; i < c.i1; ++i) {
+      for (int32_t g = c.g0; g < c.g1; ++g) expected += 1 + 9 * i + g;
+    }
+    EXPECT_EQ(extract(f, c.rect, 1, 0, c.dist).sum, expected)
+        << "rows " << c.rect.row_begin << ".." << c.rect.row_end << " cols "
+        << c.rect.col_begin << ".." << c.rect.col_end << " dist " << c.dist;
   }
-  EXPECT_EQ(extract(f, c.rect, 1, 0, c.dist).sum, expected);
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Geometry, Raw10BlockRect,
-    ::testing::Values(
-        // Bottom and right edges lose two sample rows and columns.
-        RectCase{{0, 16, 0, 32}, 1, 0, 6, 0, 6},
-        RectCase{{8, 16, 16, 32}, 1, 4, 6, 4, 6},
-        // One sample short of the edge is pulled in too ...
-        RectCase{{0, 14, 0, 28}, 1, 0, 6, 0, 6},
-        // ... two short is not.
-        RectCase{{0, 12, 0, 24}, 1, 0, 6, 0, 6},
-        RectCase{{0, 10, 0, 20}, 1, 0, 5, 0, 5},
-        // Odd pixel coordinates shift down to row pairs and groups.
-        RectCase{{3, 9, 5, 15}, 1, 1, 4, 1, 3},
-        // The margin follows the distance.
-        RectCase{{0, 16, 0, 32}, 2, 0, 5, 0, 5},
-        RectCase{{0, 16, 0, 32}, 0, 0, 7, 0, 7},
-        // Past the frame.
-        RectCase{{2, 400, 4, 900}, 1, 1, 6, 1, 6}));
 
 // A 0/255 checkerboard adds 2 x 255^2 per sample; past 33,025 samples the
 // 32-bit energy has wrapped once, between 16,513 and 33,024 it reads

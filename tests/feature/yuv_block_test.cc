@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <ostream>
 #include <random>
 #include <vector>
 
@@ -44,57 +43,49 @@ Outputs extract(const BlockArgs &a, int32_t unused = 1) {
   return out;
 }
 
-struct RampCase {
-  int32_t end;   // rows and columns 0 .. end
-  int32_t size;  // of a size x size frame
-  int32_t dist, stats_flag, gradient_flag;
-  uint64_t sum;     // expected *sum_out
-  uint64_t result;  // expected return value
-};
-
-void PrintTo(const RampCase &c, std::ostream *os) {
-  *os << "0.." << c.end << " of " << c.size << " dist " << c.dist << " flags "
-      << c.stats_flag << c.gradient_flag;
-}
-
-class YuvBlockRamp : public ::testing::TestWithParam<RampCase> {};
-
-// Sums and energies by hand; *aux_out is left alone and `unused` ignored.
-TEST_P(YuvBlockRamp, FlagsClampAndDistancePickSumAndEnergy) {
-  const RampCase c = GetParam();
+// Sums and energies by hand on the ramp; *aux_out is left alone and
+// `unused` ignored.
+TEST(YuvBlock, FlagsClampAndDistancePickSumAndEnergy) {
+  const struct {
+    int32_t end, size;  // rows and columns 0 .. end of a size x size frame
+    int32_t dist, stats_flag, gradient_flag;
+    uint64_t sum, result;
+  } cases[] = {
+      // Rows and columns 0..8 of a 10 x 10 frame: samples at (0|4, 0|4)
+      // are 0, 4, 40, 44 (sum 88), each with gradient 1^2 + 10^2 = 101.
+      {8, 10, 1, 1, 1, 88, 404},
+      {8, 10, 1, 0, 1, 0, 404},
+      {8, 10, 1, 1, 0, 88, 0},
+      // Invalid pairs compute nothing and leave the sum.
+      {8, 10, 1, 0, 0, kSentinel, UINT64_MAX},
+      {8, 10, 1, 2, 1, kSentinel, UINT64_MAX},
+      {8, 10, 1, 1, 2, kSentinel, UINT64_MAX},
+      {8, 10, 1, -1, 1, kSentinel, UINT64_MAX},
+      {8, 10, 1, 1, -1, kSentinel, UINT64_MAX},
+      // Rows and columns 0..9: the neighbours of sample 8 would still fit,
+      // but the ends are pulled in to 10 - 1 - 1 = 8.
+      {9, 10, 1, 1, 1, 88, 404},
+      // One row and column more and nothing is clamped: samples 0, 4, 8,
+      // sum 3 (0 + 4 + 8) + 30 (0 + 4 + 8), 9 x 101.
+      {9, 11, 1, 1, 1, 396, 909},
+      // Neighbours 2 bytes right and 2 rows down: 2^2 + 20^2 = 404 each.
+      {8, 12, 2, 1, 1, 88, 4 * 404}};
   const std::vector<uint8_t> frame = ramp_frame(12, 12);
-  for (int32_t unused : {1, 0, -7, 1 << 30}) {
-    const Outputs out = extract(
-        block_args(frame.data(), {c.size, c.size, 12}, {0, c.end, 0, c.end},
-                   c.dist, c.stats_flag, c.gradient_flag),
-        unused);
-    EXPECT_EQ(out.sum, c.sum);
-    EXPECT_EQ(out.result, c.result);
-    EXPECT_EQ(out.aux, kSentinel);
+  for (const auto &c : cases) {
+    for (int32_t unused : {1, 0, -7, 1 << 30}) {
+      const Outputs out = extract(
+          block_args(frame.data(), {c.size, c.size, 12}, {0, c.end, 0, c.end},
+                     c.dist, c.stats_flag, c.gradient_flag),
+          unused);
+      SCOPED_TRACE(::testing::Message()
+                   << "0.." << c.end << " of " << c.size << " dist " << c.dist
+                   << " flags " << c.stats_flag << c.gradient_flag);
+      EXPECT_EQ(out.sum, c.sum);
+      EXPECT_EQ(out.result, c.result);
+      EXPECT_EQ(out.aux, kSentinel);
+    }
   }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, YuvBlockRamp,
-    ::testing::Values(
-        // Rows and columns 0..8 of a 10 x 10 frame: samples at (0|4, 0|4)
-        // are 0, 4, 40, 44 (sum 88), each with gradient 1^2 + 10^2 = 101.
-        RampCase{8, 10, 1, 1, 1, 88, 404}, RampCase{8, 10, 1, 0, 1, 0, 404},
-        RampCase{8, 10, 1, 1, 0, 88, 0},
-        // Invalid pairs compute nothing and leave the sum.
-        RampCase{8, 10, 1, 0, 0, kSentinel, UINT64_MAX},
-        RampCase{8, 10, 1, 2, 1, kSentinel, UINT64_MAX},
-        RampCase{8, 10, 1, 1, 2, kSentinel, UINT64_MAX},
-        RampCase{8, 10, 1, -1, 1, kSentinel, UINT64_MAX},
-        RampCase{8, 10, 1, 1, -1, kSentinel, UINT64_MAX},
-        // Rows and columns 0..9: the neighbours of sample 8 would still fit,
-        // but the ends are pulled in to 10 - 1 - 1 = 8.
-        RampCase{9, 10, 1, 1, 1, 88, 404},
-        // One row and column more and nothing is clamped: samples 0, 4, 8,
-        // sum 3 (0 + 4 + 8) + 30 (0 + 4 + 8), 9 x 101.
-        RampCase{9, 11, 1, 1, 1, 396, 909},
-        // Neighbours 2 bytes right and 2 rows down: 2^2 + 20^2 = 404 each.
-        RampCase{8, 12, 2, 1, 1, 88, 4 * 404}));
 
 TEST(YuvBlock, EnergyOfAVeryWideHighContrastBlockKeepsAll64Bits) {
   // One sample row of 144,000 samples, each 255 beside and above a 0:
@@ -110,36 +101,29 @@ TEST(YuvBlock, EnergyOfAVeryWideHighContrastBlockKeepsAll64Bits) {
   EXPECT_EQ(out.result, 130050ull * kSamples);
 }
 
-struct EmptyCase {
-  BlockRect rect;
-  int32_t height, width;
-  int32_t stats_flag, gradient_flag;
-};
-
-class YuvBlockEmpty : public ::testing::TestWithParam<EmptyCase> {};
-
-TEST_P(YuvBlockEmpty, EmptyBlockZeroesBothCellsAndFails) {
-  const EmptyCase c = GetParam();
-  // The kernel must read nothing: the one readable byte sits at a page end.
+// The kernel must read nothing: the one readable byte sits at a page end.
+TEST(YuvBlock, EmptyBlockZeroesBothCellsAndFails) {
+  const struct {
+    BlockRect rect;
+    int32_t size, stats_flag, gradient_flag;
+  } cases[] = {{{4, 4, 0, 8}, 16, 1, 1},
+               {{0, 8, 8, 5}, 16, 1, 1},
+               // Clamped to nothing at the bottom / right edge.
+               {{14, 16, 0, 8}, 16, 1, 1},
+               {{0, 8, 14, 20}, 16, 0, 1},
+               // Emptiness is decided before the flags.
+               {{4, 4, 0, 8}, 16, 0, 0},
+               {{0, 8, 0, 8}, 1, 7, 7}};
   PageEndBuffer buffer(1);
-  const Outputs out =
-      extract(block_args(buffer.data(), {c.height, c.width, 16}, c.rect, 1,
-                         c.stats_flag, c.gradient_flag));
-  EXPECT_EQ(out.sum, 0u);
-  EXPECT_EQ(out.aux, 0u);
-  EXPECT_EQ(out.result, UINT64_MAX);
+  for (const auto &c : cases) {
+    const Outputs out =
+        extract(block_args(buffer.data(), {c.size, c.size, 16}, c.rect, 1,
+                           c.stats_flag, c.gradient_flag));
+    EXPECT_TRUE(out.sum == 0 && out.aux == 0 && out.result == UINT64_MAX)
+        << c.rect.row_begin << ".." << c.rect.row_end << " x "
+        << c.rect.col_begin << ".." << c.rect.col_end;
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Rectangles, YuvBlockEmpty,
-    ::testing::Values(EmptyCase{{4, 4, 0, 8}, 16, 16, 1, 1},
-                      EmptyCase{{0, 8, 8, 5}, 16, 16, 1, 1},
-                      // Clamped to nothing at the bottom / right edge.
-                      EmptyCase{{14, 16, 0, 8}, 16, 16, 1, 1},
-                      EmptyCase{{0, 8, 14, 20}, 16, 16, 0, 1},
-                      // Emptiness is decided before the flags.
-                      EmptyCase{{4, 4, 0, 8}, 16, 16, 0, 0},
-                      EmptyCase{{0, 8, 0, 8}, 1, 1, 7, 7}));
 
 #if QLIS_HAVE_NEON
 // The block's last byte read, with an independent copy of the clamp and
