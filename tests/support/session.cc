@@ -8,17 +8,6 @@
 
 namespace qlis::test {
 
-namespace {
-
-bool worker_done() {
-  pthread_mutex_lock(&g_asIQThdInfo.mutex);
-  const bool done = g_asIQThdInfo.pending == 0 && g_asIQThdInfo.idle == 1;
-  pthread_mutex_unlock(&g_asIQThdInfo.mutex);
-  return done;
-}
-
-}  // namespace
-
 ScopedSession::ScopedSession() : ok_(ql_is_init() == 0) {}
 ScopedSession::~ScopedSession() { ql_is_deinit(); }
 
@@ -53,21 +42,22 @@ HostFrame make_host_frame(int32_t format, int32_t width, int32_t height,
   return f;
 }
 
-bool wait_until_worker_done() {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-  while (std::chrono::steady_clock::now() < deadline) {
-    if (worker_done()) return true;
-    usleep(1000);
-  }
-  return false;
-}
-
 bool preview_until_evaluated(const FrameParam *frame) {
+  // The job record names the host's image once the frame is handed over;
+  // cleared first, it tells a hand-over from a frame the intake dropped
+  // (right after init the worker holds the lock until it first waits).
+  pthread_mutex_lock(&g_asIQThdInfo.mutex);
+  prevParam.image = nullptr;
+  pthread_mutex_unlock(&g_asIQThdInfo.mutex);
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
   while (std::chrono::steady_clock::now() < deadline) {
     ql_is_process_preview(frame);
     for (int poll = 0; poll < 100; ++poll) {
-      if (worker_done()) return true;
+      pthread_mutex_lock(&g_asIQThdInfo.mutex);
+      const bool evaluated = g_asIQThdInfo.pending == 0 && g_asIQThdInfo.idle == 1 &&
+                             prevParam.image == frame->image.ptr;
+      pthread_mutex_unlock(&g_asIQThdInfo.mutex);
+      if (evaluated) return true;
       usleep(1000);
     }
   }

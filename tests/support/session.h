@@ -43,10 +43,6 @@ HostFrame make_host_frame(int32_t format, int32_t width, int32_t height,
                           int32_t stride, uint32_t side_size, int32_t mode,
                           uint8_t seed);
 
-// Waits (up to 20 s, polling under the worker mutex) until no handed-over
-// preview frame is pending; false on time-out.
-bool wait_until_worker_done();
-
 // Hands a preview frame over and waits until the worker has evaluated it.
 // The worker waits once per hand-over, so a signal sent before it waits
 // (right after init, say) is only taken up with the next frame: like a
