@@ -1,9 +1,10 @@
 #include "feature/low_light_frame.h"
 
+#include "feature/block_grid.h"
+
 namespace qlis {
 namespace {
 
-constexpr int32_t kGrid = 8;
 constexpr int32_t kNeighbourDist = 1;
 constexpr uint32_t kStatisticsOnly = 1;
 constexpr uint32_t kDifferencesOnly = 2;

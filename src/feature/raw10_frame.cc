@@ -1,5 +1,6 @@
 #include "feature/raw10_frame.h"
 
+#include "feature/block_grid.h"
 #include "feature/raw10_block.h"
 #include "platform/log.h"
 #include "platform/simd_dispatch.h"
@@ -7,27 +8,19 @@
 namespace qlis {
 namespace {
 
-constexpr int32_t kGrid = 8;  // blocks per row and per column
-constexpr int32_t kBlocks = kGrid * kGrid;
 constexpr int32_t kGradientDist = 1;
 constexpr int32_t kWeightDivisor = 400;
-constexpr uint64_t kSpreadDivisor = 10000;
 
 constexpr uint32_t kModeStatisticsOnly = 1;
 constexpr uint32_t kModeGradientOnly = 2;
-
-// 1, 2, 3, 4, 4, 3, 2, 1: the centre of the frame counts most.
-inline int32_t position_weight(int32_t index) {
-  return index <= 3 ? index + 1 : kGrid - index;
-}
 
 // (e * wc * wr) / 400 with a wrapping 32-bit product: energies that wrapped
 // or blocks that returned -1 are weighted like any other value (an empty
 // block's -1 weighs 0 after the division).
 inline int32_t weighted_energy(int32_t energy, int32_t r, int32_t c) {
   const uint32_t product = static_cast<uint32_t>(energy) *
-                           static_cast<uint32_t>(position_weight(c)) *
-                           static_cast<uint32_t>(position_weight(r));
+                           static_cast<uint32_t>(tent_weight(c)) *
+                           static_cast<uint32_t>(tent_weight(r));
   return static_cast<int32_t>(product) / kWeightDivisor;
 }
 
@@ -91,13 +84,8 @@ uint64_t raw10_frame_features(BlockFeatureSet *features, uint32_t mode,
 
   uint64_t result = weighted_sum;
   if (mode != kModeStatisticsOnly) {
-    // Unsigned arithmetic throughout: a negative sum (wrapped energies) is
-    // taken as its two's-complement bits. counted is 64 in these modes.
-    const uint64_t n = static_cast<uint64_t>(counted);
-    const uint64_t mean = weighted_sum / n;
-    const uint64_t mean_of_squares = weighted_squares / n;
-    const uint64_t spread = (mean_of_squares - mean * mean) / kSpreadDivisor;
-    result = spread * weighted_sum;
+    // counted is 64 in these modes.
+    result = spread_times_sum(weighted_sum, weighted_squares, static_cast<uint64_t>(counted));
   }
   log_line(kTagAlgo, "Vrel_valid_num:%d", counted);
   log_line(kTagAlgo, "Vrel_feature_valid_num_%d", kBlocks);

@@ -1,20 +1,16 @@
 #include "feature/yuv_frame.h"
 
+#include "feature/block_grid.h"
+
 namespace qlis {
 namespace {
 
-constexpr int32_t kGrid = 8;
-constexpr int32_t kBlocks = kGrid * kGrid;
 constexpr int32_t kNeighbourDist = 1;
 // The weighted energy is scaled down before it is squared into the second
-// moment; the spread is scaled down again before it multiplies the sum.
+// moment.
 constexpr uint64_t kWeightDivisor = 400;
-constexpr uint64_t kSpreadDivisor = 10000;
 
-// 1, 2, 3, 4, 4, 3, 2, 1 along a block row or column.
-constexpr uint64_t tent_weight(int32_t i) {
-  return static_cast<uint64_t>(i <= 3 ? i + 1 : kGrid - i);
-}
+constexpr uint64_t weight(int32_t i) { return static_cast<uint64_t>(tent_weight(i)); }
 
 }  // namespace
 
@@ -47,17 +43,14 @@ uint64_t yuv_frame_features(BlockFeatureSet *features, const uint8_t *data,
       const uint64_t energy = extractor(&sample_sum, &aux, args);
       count += gradient_flags[i];
       const uint64_t w =
-          energy * tent_weight(c) * tent_weight(r) / kWeightDivisor;
+          energy * weight(c) * weight(r) / kWeightDivisor;
       sum += w;
       sum_sq += w * w;
       features->block[i].sample_sum = static_cast<double>(sample_sum);
     }
   }
 
-  const uint64_t mean = sum / count;
-  const uint64_t mean_sq = sum_sq / count;
-  const uint64_t spread = (mean_sq - mean * mean) / kSpreadDivisor;
-  return spread * sum;
+  return spread_times_sum(sum, sum_sq, count);
 }
 
 }  // namespace qlis
