@@ -486,6 +486,287 @@ QL_IS_API uint64_t calc_feature_quality_with_sub_yuyv(BlockFeatureSet *features,
                                                       int32_t stride);
 
 /* ------------------------------------------------------------------------
+ * Earlier RAW10 block features (kept for hosts; the live path does not use
+ * them). Rectangles and samples as for the normal-light extractor above.
+ * ------------------------------------------------------------------------ */
+
+/* Sum of the block's samples into *sum_out, for a frame whose rows are
+ * taken to be packed without padding: (width * 10) / 8 bytes apart, whatever
+ * the real stride (a padded frame is read at the wrong rows). An empty
+ * rectangle stores 0 into *sum_out and zeroes *aux_out, which is otherwise
+ * untouched.
+ * Caller guarantees: outputs valid; 0 <= row_begin, 0 <= col_begin,
+ * dist >= 0; height rows of (width * 10) / 8 bytes readable. */
+QL_IS_API void image_feature_for_raw_10bit_continuous_2(
+    uint64_t *sum_out, uint64_t *aux_out, const uint8_t *data,
+    int32_t row_begin, int32_t row_end, int32_t col_begin, int32_t col_end,
+    int32_t dist, int32_t height, int32_t width);
+
+/* Writes the checkerboard blocks' sample sums (unpadded rows, as above)
+ * into field 0 of features, 0.0 into field 0 of the other blocks, and
+ * leaves fields 1 to 5 untouched. Returns the result of its closing log
+ * call (not meaningful).
+ * Caller guarantees: as for image_feature_for_raw_10bit_continuous_2. */
+QL_IS_API int32_t calc_feature_with_sub(BlockFeatureSet *features,
+                                        const uint8_t *data, int32_t height,
+                                        int32_t width);
+
+/* Integer statistics of one block: *sum_out the sample sum and *dev_out
+ * sumsq - sum * sum / N with a truncating division (it can differ by one
+ * from the floating-point deviation of the live extractor), and the 32-bit
+ * gradient energy. Flags and the empty rectangle as for
+ * image_feature_quality_for_raw_10bit_continuous_3. The value is the low
+ * 32 bits of the result; the library sign-extends it.
+ * Caller guarantees: as for image_feature_quality_for_raw_10bit_continuous_3. */
+QL_IS_API int64_t image_feature_quality_for_raw_10bit_continuous_2(
+    uint64_t *sum_out, uint64_t *dev_out, const uint8_t *data,
+    int32_t row_begin, int32_t row_end, int32_t col_begin, int32_t col_end,
+    int32_t dist, int32_t height, int32_t width, int32_t stride,
+    int32_t stats_flag, int32_t gradient_flag);
+
+/* Consecutive calls of calc_feature_with_base_image that found no scene
+ * change (0 at load, reset only by a change). */
+QL_IS_API extern int32_t sccount;
+
+/* Scene test of a RAW10 frame against a caller-owned base set from the
+ * checkerboard block sums (calc_feature_quality_with_sub, mode 1). Returns
+ * 4 when the scene changed, which refreshes the base, and 3 otherwise.
+ * From the third unchanged call in a row on, the base is cleared and 0.0 is
+ * stored into *score_out (kept as tuned).
+ * Not reentrant: sccount is shared by all callers.
+ * Caller guarantees: frame as for calc_feature_quality_with_sub. */
+QL_IS_API int32_t calc_feature_with_base_image(const uint8_t *data,
+                                               double *score_out,
+                                               BlockFeatureSet *base,
+                                               int32_t height, int32_t width,
+                                               int32_t stride);
+
+/* ------------------------------------------------------------------------
+ * Earlier low-light block features
+ *
+ * As image_feature_quality_for_raw_10bit_continuous_2_low_light_4, except
+ * that they divide by N = (groups) * ((t1 - t0) >> 1): when the block has
+ * an odd number of row pairs the last visited one is summed but not
+ * counted, and a block of a single row pair gives N = 0 (a mean of NaN or
+ * infinity). Histograms are 256 unsigned 32-bit counters, added to and
+ * never cleared. Each returns -1 for an empty rectangle, else 0 unless
+ * stated.
+ * Caller guarantees: as for the _low_light_4 extractor.
+ * ------------------------------------------------------------------------ */
+
+/* Mean only (stats_flag 1) and the difference histogram (gradient_flag 1).
+ * Clears *mean_out and sets *spare_out to 0.0 first (each when not NULL). */
+QL_IS_API int64_t image_feature_quality_for_raw_10bit_continuous_2_low_light_2(
+    double *mean_out, double *spare_out, uint32_t *diff_hist,
+    const uint8_t *data, int32_t top, int32_t bottom, int32_t left,
+    int32_t right, uint32_t dist, int32_t height, int32_t width,
+    uint32_t stride, int32_t stats_flag, int32_t gradient_flag);
+
+/* Mean and the sum of squared deviations sumsq - N * mean * mean,
+ * truncated to a signed 64-bit integer (stats_flag 1), and the difference
+ * histogram (gradient_flag 1). Clears *mean_out and *dev_out first (each
+ * when not NULL). */
+QL_IS_API int64_t image_feature_quality_for_raw_10bit_continuous_2_low_light_3(
+    double *mean_out, int64_t *dev_out, uint32_t *diff_hist,
+    const uint8_t *data, int32_t top, int32_t bottom, int32_t left,
+    int32_t right, uint32_t dist, int32_t height, int32_t width,
+    uint32_t stride, int32_t stats_flag, int32_t gradient_flag);
+
+/* Summed gradients g = |h - s| + |v - s| + |h - v| instead of a histogram.
+ * (1, 1): *mean_out the mean, returns the sum of g; (0, 1): *mean_out 0,
+ * returns the sum of g * s; (1, 0): the mean, returns 0; (0, 0): *mean_out
+ * 0, returns 0. *spare_out is written (0.0) only for an empty rectangle,
+ * which also clears *mean_out. */
+QL_IS_API int64_t image_feature_quality_for_raw_10bit_continuous_2_low_light(
+    double *mean_out, double *spare_out, const uint8_t *data, int32_t top,
+    int32_t bottom, int32_t left, int32_t right, uint32_t dist,
+    int32_t height, int32_t width, uint32_t stride, int32_t stats_flag,
+    int32_t gradient_flag);
+
+/* calc_feature_with_sub_tile is not provided: this library defines no
+ * behaviour for it. */
+
+/* ------------------------------------------------------------------------
+ * Whole-image metrics (kept for hosts; the live path does not use them)
+ * ------------------------------------------------------------------------ */
+
+/* Gradient energy of the inclusive rectangle [top, bottom] x [left, right]
+ * of an 8-bit image with lines of `width` pixels and no gap between lines:
+ * the sum of |s(x, y) - s(x, y + distance)| + |s(x, y) - s(x + distance, y)|
+ * over the rectangle, 32-bit and wrapping. Pixel (x, y) is the byte at
+ * frame + B * (y * width + x), B = 1 here, bytes_per_pixel for the common
+ * variant and 2 for YUYV (the luma byte of each pixel). top > bottom or
+ * right < left gives 0. `extra` is ignored.
+ * Caller guarantees: the rectangle and its neighbours lie inside the frame
+ * (right + distance < width, bottom + distance below the last line); no
+ * bound is clipped. */
+QL_IS_API int32_t image_equality(const uint8_t *frame, int32_t top,
+                                 int32_t bottom, uint32_t left, int32_t right,
+                                 int32_t distance, uint32_t extra,
+                                 uint32_t width);
+QL_IS_API uint32_t image_equality_common(const uint8_t *frame, int32_t top,
+                                         int32_t bottom, uint32_t left,
+                                         int32_t right, int32_t distance,
+                                         uint32_t bytes_per_pixel,
+                                         uint32_t extra, uint32_t width);
+QL_IS_API uint32_t image_equality_for_yuyv(const uint8_t *frame, int32_t top,
+                                           int32_t bottom, uint32_t left,
+                                           int32_t right, int32_t distance,
+                                           uint32_t extra, uint32_t width);
+
+/* Squared-difference gradient energy of a rectangle of a packed RAW10
+ * frame whose rows are (width * 10) / 8 bytes apart (no stride), at the
+ * given distance; every second line and one sample per group; 32-bit and
+ * wrapping. The far edges are pulled in so the neighbours stay inside the
+ * frame; returns -1 when nothing is left.
+ * Caller guarantees: 0 <= top, 0 <= left; height rows of (width * 10) / 8
+ * bytes readable. */
+QL_IS_API int32_t image_quality_for_raw_10bit_continuous_2(
+    const uint8_t *frame, int32_t top, int32_t bottom, int32_t left,
+    int32_t right, uint32_t distance, int32_t height, int32_t width);
+
+/* The same with absolute differences at distance 1 (`distance` is ignored)
+ * and the rectangle divided rounding toward zero instead of shifted. */
+QL_IS_API int32_t image_quality_for_raw_10bit_continuous_2_true_pitch1(
+    const uint8_t *frame, int32_t top, int32_t bottom, int32_t left,
+    int32_t right, uint32_t distance, int32_t height, int32_t width);
+
+/* One worker's share of calc_quality_with_sub; the fields are passed to
+ * calc_quality_with_sub_inner in order. */
+typedef struct QualityThreadRecord {
+  pthread_t thread;         /* filled by pthread_create */
+  const uint8_t *frame;
+  int32_t first_row;        /* block rows first_row .. end_row - 1 */
+  int32_t end_row;
+  const int32_t *rects;     /* 64 rectangles: top, bottom, left, right */
+  int64_t *results;         /* 64 block results, row-major */
+  const uint8_t *mask;      /* 64 bytes, 1 = measure the block */
+  int32_t grid_rows;        /* always 8 */
+  int32_t grid_cols;        /* always 8 */
+  int32_t height;
+  int32_t width;
+} QualityThreadRecord;
+
+/* Sharpness figure of a RAW10 frame (unpadded rows, as above) from the 64
+ * blocks of an 8 x 8 grid, measured on four threads of its own (two block
+ * rows each) with centre weights, folded as (variance / 10000) * sum. All
+ * threads are joined before it returns; a block row whose thread failed to
+ * start counts as 0. Reentrant.
+ * Caller guarantees: as for image_quality_for_raw_10bit_continuous_2. */
+QL_IS_API uint64_t calc_quality_with_sub(const uint8_t *frame, uint32_t height,
+                                         uint32_t width);
+
+/* Measures block rows first_row .. end_row - 1 (8 columns, whatever
+ * grid_cols says) whose mask byte is 1 into results[8 i + j]: the block's
+ * metric at distance 1, weighted by the centre pyramid and divided by 400.
+ * Returns 1. */
+QL_IS_API int32_t calc_quality_with_sub_inner(
+    const uint8_t *frame, int32_t first_row, int32_t end_row,
+    const int32_t *rects, int64_t *results, const uint8_t *mask,
+    int32_t grid_rows, int32_t grid_cols, int32_t height, int32_t width);
+
+/* Thread entry: record is a QualityThreadRecord. Returns NULL. */
+QL_IS_API void *quality_pthread(void *record);
+
+/* Single-threaded figure over the 16 central blocks, unweighted: prints
+ * each block value and then "sum_quality:<figure>" to standard output (not
+ * the log) and returns variance * sum. On return results[0 .. 14] hold 1
+ * where the next block measured lower (as unsigned 64-bit values), else 0,
+ * and results[15] the last block's value (kept as it always was).
+ * Caller guarantees: results holds 16 values; frame as above. */
+QL_IS_API uint64_t calc_quality_with_sub_o2(const uint8_t *frame,
+                                            int64_t *results, int32_t height,
+                                            int32_t width);
+
+/* ------------------------------------------------------------------------
+ * Learned frame classifier
+ *
+ * Decide whether frame A is sharper than frame B:
+ *   get_feature_raw_10bitX5_(A...), get_feature_raw_10bitX5_(B...),
+ *   combine_feature(fa, fb, d), get_score_label(d) == 1 means A.
+ * ------------------------------------------------------------------------ */
+
+/* The model: paramsClass[0] is the bias (negative zero), paramsClass[k + 1]
+ * the weight of difference entry k. */
+QL_IS_API extern const double paramsClass[98];
+
+/* Fills 320 features of a RAW10 frame from its 1-in-16 subsampled image
+ * (byte 4 of each group on lines 3, 7, 11, ...) written to scratch:
+ * [0..63] the 8 x 8 block mean gradients, column-major; [64..318] the
+ * gradient histogram bins 0..254 and [319] bins 255..510, as fractions.
+ * A frame whose subsampled image is 8 or fewer samples in either direction
+ * gives NaN features. extra1 and extra2 are ignored. Returns features.
+ * Caller guarantees: features holds 320 doubles; scratch holds
+ * (height >> 2) * (width >> 2) bytes; height >= 0, width >= 0 and
+ * height rows of `stride` bytes readable. */
+QL_IS_API double *get_feature_raw_10bitX5_(const uint8_t *image, int32_t height,
+                                           int32_t width, uint32_t stride,
+                                           uint32_t extra1, uint32_t extra2,
+                                           double *features, uint8_t *scratch);
+
+/* The 97-entry difference vector of two feature vectors: a - b for entries
+ * 0..95, and in entry 96 the difference of their sums over 96..319. */
+QL_IS_API void combine_feature(const double *a, const double *b,
+                               double *difference);
+
+/* Logistic score of a difference vector in single precision; logs the
+ * probability as "%1.2f " and returns 1 when it exceeds 0.5, else 0. */
+QL_IS_API int32_t get_score_label(const double *difference);
+
+/* Mean gradient (scaled by 1/512) and gradient histogram of a rectangle of
+ * a RAW10 frame at the given distance; adds to histogram (256 counters,
+ * never cleared). Returns the sample count, or 0 without writing anything
+ * when the rectangle is empty.
+ * Caller guarantees: 0 <= top, 0 <= left, distance >= 0; the lower
+ * neighbour lies 4 * distance lines down, so the frame must be readable
+ * that far below the rectangle (only 2 * distance lines are kept clear). */
+QL_IS_API int32_t get_sub_raw_feature(double *mean, uint32_t *histogram,
+                                      const uint8_t *image, int32_t top,
+                                      int32_t bottom, int32_t left,
+                                      int32_t right, int32_t distance,
+                                      int32_t height, int32_t width,
+                                      uint32_t stride);
+
+/* ------------------------------------------------------------------------
+ * Score watermark
+ * ------------------------------------------------------------------------ */
+
+/* The font: 38 glyphs of 8 rows x 9 cells (1 ink, 0 background), 72 bytes
+ * each: '0'..'9', 'A'..'Z' (also for 'a'..'z'), '-', '.'. */
+QL_IS_API extern const uint8_t water[38 * 72];
+
+/* Stamps text in white block letters (255), one glyph every 10 * scale
+ * pixels from (x, y). A blank repeats the previous glyph (the digit zero
+ * before any), other unsupported characters are logged and leave a gap.
+ * format 15: the frame is packed RAW10 treated as a byte grid, x counts
+ * bytes and pitch is the stride; any other format: pitch is the number of
+ * bytes per pixel of a frame `width` pixels wide. rows is ignored.
+ * Returns the result of its last log call (not meaningful).
+ * Caller guarantees: the whole text fits inside the frame: strlen(text) *
+ * 10 * scale cells wide and 8 * scale lines tall, and with more than one
+ * byte per pixel (scale * pitch) - scale lines more; no bound is checked. */
+QL_IS_API int32_t add_water_marking(uint8_t *image, const char *text,
+                                    uint32_t rows, uint32_t width, uint32_t x,
+                                    uint32_t y, uint32_t scale, uint32_t pitch,
+                                    int32_t format);
+
+/* One glyph at pixel (x, y) of a frame of `width` pixels of
+ * bytes_per_pixel bytes: each ink cell fills n = scale * bytes_per_pixel
+ * bytes on each of n lines, while glyph rows are scale lines apart. */
+QL_IS_API void add_water_marking_one(uint8_t *image, uint32_t rows,
+                                     uint32_t width, const uint8_t *glyph,
+                                     uint32_t x, uint32_t y, uint32_t scale,
+                                     uint32_t bytes_per_pixel);
+
+/* One glyph at byte x of line y of a frame of `stride` bytes per line:
+ * each ink cell fills scale bytes on scale lines. rows and width are
+ * ignored. */
+QL_IS_API void add_water_marking_one_raw(uint8_t *image, uint32_t rows,
+                                         uint32_t width, const uint8_t *glyph,
+                                         uint32_t x, uint32_t y,
+                                         uint32_t scale, uint32_t stride);
+
+/* ------------------------------------------------------------------------
  * Dumps and clocks
  * ------------------------------------------------------------------------ */
 
