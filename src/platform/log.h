@@ -9,8 +9,11 @@ inline constexpr const char *kTagError = "QLIS-E";  // errors and decisions
 inline constexpr const char *kTagInfo = "QLIS-I";   // dump traces, scores
 inline constexpr const char *kTagAlgo = "QLIS_ALGO";  // algorithm traces
 
-// printf-style; the text is handed on without an added newline.
-void log_line(const char *tag, const char *format, ...)
+// printf-style; the text is handed on without an added newline. Returns
+// what the platform's log call returns (on Android the log writer's result,
+// on the host the length of the formatted text); a few exported functions
+// pass that on as their own result.
+int log_line(const char *tag, const char *format, ...)
     __attribute__((format(printf, 2, 3)));
 
 }  // namespace qlis

@@ -6,11 +6,12 @@
 
 namespace qlis {
 
-void log_line(const char *tag, const char *format, ...) {
+int log_line(const char *tag, const char *format, ...) {
   va_list args;
   va_start(args, format);
-  __android_log_vprint(kLogPriority, tag, format, args);
+  const int result = __android_log_vprint(kLogPriority, tag, format, args);
   va_end(args);
+  return result;
 }
 
 }  // namespace qlis

@@ -30,7 +30,7 @@ SinkSlot &sink_slot() {
 
 }  // namespace
 
-void log_line(const char *tag, const char *format, ...) {
+int log_line(const char *tag, const char *format, ...) {
   char small[512];
   va_list args;
   va_start(args, format);
@@ -58,6 +58,7 @@ void log_line(const char *tag, const char *format, ...) {
     ctx = slot.ctx;
   }
   sink(kLogPriority, tag, text, ctx);
+  return length;
 }
 
 }  // namespace qlis
