@@ -42,11 +42,11 @@ TEST(HostProperties, RejectsNullNameAndOverlongValue) {
   EXPECT_EQ(0, ql_is_host_set_property(kProbe, nullptr));
 }
 
-TEST(HostLog, SinkReceivesPriorityTagAndFormattedTextWithoutNewline) {
+TEST(HostLog, SinkReceivesPriorityTagAndTextAndCallReturnsItsLength) {
   qlis::test::LogCapture log;
-  qlis::log_line(qlis::kTagAlgo, "value %d of %s", 42, "x");
+  EXPECT_EQ(13, qlis::log_line(qlis::kTagAlgo, "value %d of %s", 42, "x"));
   const std::string big(2000, 'y');
-  qlis::log_line(qlis::kTagInfo, "%s!", big.c_str());
+  EXPECT_EQ(2001, qlis::log_line(qlis::kTagInfo, "%s!", big.c_str()));
   const auto lines = log.lines();
   ASSERT_EQ(lines.size(), 2u);
   EXPECT_EQ(lines[0].priority, 6);
