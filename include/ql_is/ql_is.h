@@ -743,8 +743,9 @@ QL_IS_API extern const uint8_t water[38 * 72];
  * bytes per pixel of a frame `width` pixels wide. rows is ignored.
  * Returns the result of its last log call (not meaningful).
  * Caller guarantees: the whole text fits inside the frame: strlen(text) *
- * 10 * scale cells wide and 8 * scale lines tall, and with more than one
- * byte per pixel (scale * pitch) - scale lines more; no bound is checked. */
+ * 10 * scale pixels (bytes for RAW10) wide and 8 * scale lines tall, and
+ * with more than one byte per pixel (scale * pitch) - scale lines more; no
+ * bound is checked. */
 QL_IS_API int32_t add_water_marking(uint8_t *image, const char *text,
                                     uint32_t rows, uint32_t width, uint32_t x,
                                     uint32_t y, uint32_t scale, uint32_t pitch,
