@@ -1,0 +1,95 @@
+#include <gtest/gtest.h>
+
+#include "feature/feature_frames.h"
+#include "ql_is/ql_is.h"
+
+namespace qlis::test {
+namespace {
+
+// Rows are width * 10 / 8 bytes apart: no padding.
+Geometry unpadded(int32_t height, int32_t width) {
+  return {height, width, width * 10 / 8};
+}
+
+// 16 x 16 pixels (8 half-rows of 4 groups) with sample (t, k) = 10 t + 3 k:
+// every right neighbour d groups on is 3 d more, every one d half-rows down
+// 10 d more.
+PackedFrame ramp_16x16() {
+  PackedFrame f(unpadded(16, 16), uint8_t{0});
+  f.samples([](int32_t t, int32_t k) { return static_cast<uint8_t>(10 * t + 3 * k); });
+  return f;
+}
+
+struct Case {
+  int32_t top, bottom, left, right;
+  uint32_t distance;
+  int32_t squared;   // image_quality_for_raw_10bit_continuous_2
+  int32_t absolute;  // ..._true_pitch1 (distance 1 always)
+};
+
+TEST(Raw10Metric, ClampAndDistanceSelectTheSamples) {
+  const Case cases[] = {
+      // Half-rows 0..8 pull in to 8 - 1 - 1 = 6, groups 0..4 to 2: the
+      // edge loses two of each. 12 samples of 3^2 + 10^2 = 109 (or 13).
+      {0, 16, 0, 16, 1, 12 * 109, 12 * 13},
+      // Distance 2: half-rows to 5, groups to 1; 5 samples of 6^2 + 20^2.
+      {0, 16, 0, 16, 2, 5 * 436, 12 * 13},
+      // Half-rows 1..5, group 1, away from the edges.
+      {2, 10, 4, 8, 1, 4 * 109, 4 * 13},
+      // Odd bounds: 3 >> 1 = 3 / 2, 7 >> 2 = 7 / 4.
+      {3, 11, 7, 12, 1, 4 * 109, 4 * 13},
+      // Nothing left: equal rows, rows clamped away, groups clamped away.
+      {6, 7, 0, 16, 1, -1, -1},
+      {12, 16, 0, 16, 1, -1, -1},
+      {0, 16, 8, 16, 1, -1, -1},
+      // Pulled in past the start by a large distance, also one beyond
+      // INT32_MAX (the distance is unsigned).
+      {0, 16, 0, 16, 7, -1, 12 * 13},
+      {0, 16, 0, 16, 0xffffffffu, -1, 12 * 13},
+  };
+  const PackedFrame f = ramp_16x16();
+  for (const Case &c : cases) {
+    SCOPED_TRACE(::testing::Message() << c.top << ".." << c.bottom << " x "
+                                      << c.left << ".." << c.right << " d "
+                                      << c.distance);
+    EXPECT_EQ(image_quality_for_raw_10bit_continuous_2(
+                  f.data(), c.top, c.bottom, c.left, c.right, c.distance, 16,
+                  16),
+              c.squared);
+    EXPECT_EQ(image_quality_for_raw_10bit_continuous_2_true_pitch1(
+                  f.data(), c.top, c.bottom, c.left, c.right, c.distance, 16,
+                  16),
+              c.absolute);
+  }
+}
+
+// top = -1 is half-row -1 by shift but half-row 0 by division. The frame
+// handed over starts at line 4 of the ramp, so half-row -1 is readable.
+TEST(Raw10Metric, AbsoluteMetricRoundsBoundsTowardZero) {
+  const PackedFrame f = ramp_16x16();
+  const uint8_t *from_line_4 = f.data() + 4 * 20;
+  // Half-rows -1..2 (or 0..2) by groups 0..1.
+  EXPECT_EQ(image_quality_for_raw_10bit_continuous_2(from_line_4, -1, 6, 0, 8,
+                                                     1, 12, 16),
+            8 * 109);
+  EXPECT_EQ(image_quality_for_raw_10bit_continuous_2_true_pitch1(
+                from_line_4, -1, 6, 0, 8, 1, 12, 16),
+            6 * 13);
+}
+
+// 0 and 255 alternating: 130 x 130 samples of 2 x 255^2 = 130,050 each
+// make 2,197,845,000, which wraps to -2,097,122,296; the absolute metric
+// gives 510 each.
+TEST(Raw10Metric, SquaredSumWrapsAt32Bits) {
+  PackedFrame f(unpadded(264, 528), uint8_t{0});
+  f.samples(checker_0_255);
+  EXPECT_EQ(image_quality_for_raw_10bit_continuous_2(f.data(), 0, 264, 0, 528,
+                                                     1, 264, 528),
+            -2097122296);
+  EXPECT_EQ(image_quality_for_raw_10bit_continuous_2_true_pitch1(
+                f.data(), 0, 264, 0, 528, 1, 264, 528),
+            16900 * 510);
+}
+
+}  // namespace
+}  // namespace qlis::test
