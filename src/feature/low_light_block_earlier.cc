@@ -38,9 +38,9 @@ struct VisitedRect {
 
 // The far edges are pulled in one sample further than the neighbours need,
 // as in the live extractors, but with an unsigned distance the edge test is
-// an unsigned comparison: a negative bottom or right end (t1 or g1 below 0)
-// compares as huge and is pulled in to the frame's last usable row pair or
-// group instead of leaving the rectangle empty.
+// an unsigned comparison: where t1 + dist (or g1 + dist) is negative it
+// compares as huge, and the end is pulled in to the frame's last usable row
+// pair or group instead of leaving the rectangle empty.
 bool clip_rect(const EarlierLowLightArgs &a, VisitedRect *rect) {
   VisitedRect r{a.top >> 1, a.bottom >> 1, a.left >> 2, a.right >> 2};
   const uint32_t pairs = static_cast<uint32_t>(a.height >> 1);
