@@ -62,7 +62,8 @@ int32_t compare_with_base(const uint8_t *data, double *score_out,
         frame.block[k].sample_sum - base->block[k].sample_sum;
     const auto d = static_cast<uint64_t>(saturate_to_i64(difference));
     difference_energy += d * d;
-    base_level += static_cast<uint64_t>(saturate_to_i64(base->block[k].sample_sum));
+    base_level +=
+        static_cast<uint64_t>(saturate_to_i64(base->block[k].sample_sum));
   }
   log_line(kTagInfo, "\nondasi feature iso0 %lld \nondasi iso2 %lld",
            static_cast<long long>(static_cast<int64_t>(base_level)),

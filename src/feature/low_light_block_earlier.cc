@@ -177,8 +177,7 @@ int64_t summed_gradients(double *mean_out, double *spare_out,
     uint64_t sumsq;
     visited_sums(a, r, &sum, &sumsq);
   }
-  *mean_out =
-      statistics ? static_cast<double>(sum) / counted_samples(r) : 0.0;
+  *mean_out = statistics ? static_cast<double>(sum) / counted_samples(r) : 0.0;
   return gradient ? static_cast<int64_t>(gradients) : 0;
 }
 
@@ -211,13 +210,11 @@ QL_IS_API int64_t image_feature_quality_for_raw_10bit_continuous_2_low_light_3(
 
 QL_IS_API int64_t image_feature_quality_for_raw_10bit_continuous_2_low_light(
     double *mean_out, double *spare_out, const uint8_t *data, int32_t top,
-    int32_t bottom, int32_t left, int32_t right, uint32_t dist,
-    int32_t height, int32_t width, uint32_t stride, int32_t stats_flag,
-    int32_t gradient_flag) {
-  return qlis::summed_gradients(
-      mean_out, spare_out,
-      {data, top, bottom, left, right, dist, height, width, stride, stats_flag,
-       gradient_flag});
+    int32_t bottom, int32_t left, int32_t right, uint32_t dist, int32_t height,
+    int32_t width, uint32_t stride, int32_t stats_flag, int32_t gradient_flag) {
+  return qlis::summed_gradients(mean_out, spare_out,
+                                {data, top, bottom, left, right, dist, height,
+                                 width, stride, stats_flag, gradient_flag});
 }
 
 }  // extern "C"

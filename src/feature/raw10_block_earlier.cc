@@ -19,8 +19,7 @@ namespace {
 
 constexpr int32_t kDriverDist = 1;
 
-inline int32_t sample(const uint8_t *data, size_t pitch, int32_t i,
-                      int32_t g) {
+inline int32_t sample(const uint8_t *data, size_t pitch, int32_t i, int32_t g) {
   return data[2 * static_cast<size_t>(i) * pitch + 5 * static_cast<size_t>(g) +
               4];
 }
@@ -70,9 +69,9 @@ int32_t unpadded_checkerboard_sums(BlockFeatureSet *features,
       }
       uint64_t sum = 0;
       uint64_t aux = 0;
-      const BlockArgs args{data,   r * bh, (r + 1) * bh, c * bw, (c + 1) * bw,
-                           kDriverDist, height, width, pitch, 0, 0};
-      unpadded_block_sum(&sum, &aux, args);
+      unpadded_block_sum(&sum, &aux,
+                         {data, r * bh, (r + 1) * bh, c * bw, (c + 1) * bw,
+                          kDriverDist, height, width, pitch, 0, 0});
       sample_sum = static_cast<double>(sum);
     }
   }
@@ -139,10 +138,9 @@ QL_IS_API void image_feature_for_raw_10bit_continuous_2(
     uint64_t *sum_out, uint64_t *aux_out, const uint8_t *data,
     int32_t row_begin, int32_t row_end, int32_t col_begin, int32_t col_end,
     int32_t dist, int32_t height, int32_t width) {
-  qlis::unpadded_block_sum(
-      sum_out, aux_out,
-      {data, row_begin, row_end, col_begin, col_end, dist, height, width,
-       qlis::unpadded_pitch(width), 0, 0});
+  qlis::unpadded_block_sum(sum_out, aux_out,
+                           {data, row_begin, row_end, col_begin, col_end, dist,
+                            height, width, qlis::unpadded_pitch(width), 0, 0});
 }
 
 QL_IS_API int32_t calc_feature_with_sub(BlockFeatureSet *features,
