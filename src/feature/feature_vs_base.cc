@@ -52,9 +52,10 @@ int32_t compare_with_base(const uint8_t *data, double *score_out,
   const double comparison_start = now_ms();
 
   // Signed 64-bit sums kept in unsigned words, so that they wrap without
-  // undefined behaviour. A block sum or difference beyond the int64 range
-  // (only from a corrupt base) saturates like the device's conversion
-  // instead of being undefined.
+  // undefined behaviour. The truncations go through the saturating
+  // conversion: a sum or difference beyond the int64 range, or NaN, can
+  // only come from a base the caller filled so, and converts as on the
+  // device instead of being undefined.
   uint64_t difference_energy = 0;  // iso2
   uint64_t base_level = 0;         // iso0
   for (int32_t k = 0; k < kBlocks; ++k) {
