@@ -597,9 +597,9 @@ QL_IS_API int64_t image_feature_quality_for_raw_10bit_continuous_2_low_light(
  * frame + B * (y * width + x), B = 1 here, bytes_per_pixel for the common
  * variant and 2 for YUYV (the luma byte of each pixel). top > bottom or
  * right < left gives 0. `extra` is ignored.
- * Caller guarantees: the rectangle and its neighbours lie inside the frame
- * (right + distance < width, bottom + distance below the last line); no
- * bound is clipped. */
+ * Caller guarantees: 0 <= distance; the rectangle and its neighbours lie
+ * inside the frame (right + distance < width, bottom + distance below the
+ * last line); no bound is clipped. */
 QL_IS_API int32_t image_equality(const uint8_t *frame, int32_t top,
                                  int32_t bottom, uint32_t left, int32_t right,
                                  int32_t distance, uint32_t extra,
