@@ -1,0 +1,385 @@
+#include "session_runner.h"
+
+#include <pthread.h>
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <string_view>
+#include <thread>
+
+#include "tool_error.h"
+
+namespace qlis::tool {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr int32_t kReblurRadius = 5;
+constexpr uint32_t kReblurMode = 1;
+// compare_reblue_with_luminance_compensation's pieces are 64-byte aligned:
+// at most 63 bytes of padding before each of its three requests.
+constexpr uint64_t kReblurArenaSlack = 189;
+constexpr auto kPollInterval = std::chrono::milliseconds(1);
+// The worker takes a hand-over within microseconds of its wake-up; a job
+// that stays pending while the worker idles this long lost its wake-up.
+constexpr auto kMissedWakeUp = std::chrono::milliseconds(50);
+constexpr auto kEvaluationTimeout = std::chrono::seconds(60);
+constexpr int32_t kVerdictSharper = 2;
+constexpr int32_t kVerdictNewBase = 4;
+constexpr int32_t kVerdictKeepBest = 3;
+
+std::atomic<bool> g_runner_alive{false};
+
+bool log_to_stderr() {
+  const char *enabled = std::getenv("QLIS_LOG");
+  return enabled != nullptr && std::strcmp(enabled, "0") != 0;
+}
+
+bool keeps(int32_t verdict) {
+  return verdict == kVerdictSharper || verdict == kVerdictNewBase;
+}
+
+class WorkerLock {
+ public:
+  WorkerLock() { pthread_mutex_lock(&g_asIQThdInfo.mutex); }
+  ~WorkerLock() { pthread_mutex_unlock(&g_asIQThdInfo.mutex); }
+  WorkerLock(const WorkerLock &) = delete;
+  WorkerLock &operator=(const WorkerLock &) = delete;
+};
+
+// The decision line of a burst: "<name>, <line>, bestId:<b>, replaceId:<r>".
+bool parse_burst_line(std::string_view line, int32_t &best, int32_t &replace) {
+  const size_t at = line.find("bestId:");
+  if (at == std::string_view::npos) return false;
+  const std::string tail(line.substr(at));
+  int b = 0, r = 0;
+  if (std::sscanf(tail.c_str(), "bestId:%d, replaceId:%d", &b, &r) != 2) return false;
+  best = b;
+  replace = r;
+  return true;
+}
+
+}  // namespace
+
+double reblur_score(const FrameDesc &desc, const std::vector<uint8_t> &bytes) {
+  constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+  if (desc.format != kFormatRaw10 || desc.width <= 0 || desc.height <= 0 ||
+      bytes.size() < plane_bytes(desc)) {
+    return kNaN;
+  }
+  const uint64_t w4 = static_cast<uint64_t>(desc.width) / 4;
+  const uint64_t h4 = static_cast<uint64_t>(desc.height) / 4;
+  if (w4 <= 2 * kReblurRadius || h4 <= 2 * kReblurRadius) return kNaN;
+  const uint64_t need = 2 * w4 * h4 + 4 * (w4 + 1) * (h4 + 1) + kReblurArenaSlack;
+  if (need > std::numeric_limits<uint32_t>::max()) return kNaN;
+  std::vector<uint8_t> block(static_cast<size_t>(need));
+  const ScratchArena arena{block.data(), static_cast<uint32_t>(need), 0};
+  return compare_reblue_with_luminance_compensation(
+      bytes.data(), desc.height, desc.width, static_cast<uint32_t>(desc.stride),
+      kReblurMode, kReblurRadius, arena);
+}
+
+SessionRunner::SessionRunner() {
+  if (g_runner_alive.exchange(true)) {
+    throw ToolError("a session of the library is already running in this process");
+  }
+  ql_is_host_set_log_sink(&SessionRunner::sink, this);
+  if (ql_is_init() != 0) {
+    ql_is_host_set_log_sink(nullptr, nullptr);
+    g_runner_alive = false;
+    throw ToolError("the library refused to start a session (ql_is_init returned -1)");
+  }
+  WorkerLock lock;
+  luminance_seen_ = last_luminance;
+}
+
+SessionRunner::~SessionRunner() {
+  ql_is_deinit();
+  ql_is_host_set_log_sink(nullptr, nullptr);
+  g_runner_alive = false;
+}
+
+void SessionRunner::sink(int /*prio*/, const char *tag, const char *text, void *ctx) {
+  if (log_to_stderr()) std::fprintf(stderr, "E/%s: %s\n", tag, text);
+  std::string line = std::string(tag) + ": " + text;
+  while (!line.empty() && line.back() == '\n') line.pop_back();
+  auto *self = static_cast<SessionRunner *>(ctx);
+  std::lock_guard<std::mutex> guard(self->lines_mutex_);
+  self->lines_.push_back(std::move(line));
+}
+
+std::vector<std::string> SessionRunner::take_lines() {
+  std::lock_guard<std::mutex> guard(lines_mutex_);
+  std::vector<std::string> taken;
+  taken.swap(lines_);
+  return taken;
+}
+
+FrameParam SessionRunner::frame_param(const FrameDesc &desc,
+                                      const std::vector<uint8_t> &bytes,
+                                      const uint8_t *tag, int32_t mode) const {
+  if (bytes.size() > kImageBufferBytes || bytes.size() < plane_bytes(desc)) {
+    throw ToolError("a frame of " + std::to_string(bytes.size()) +
+                    " bytes does not fit its geometry or the library's image buffer");
+  }
+  FrameParam p{};
+  p.format = desc.format;
+  p.width = desc.width;
+  p.height = desc.height;
+  p.stride = desc.stride;
+  // The library copies preview frames and writes into captures only.
+  p.image.ptr = const_cast<uint8_t *>(bytes.data());
+  p.side.ptr = const_cast<uint8_t *>(tag);
+  p.image_size = static_cast<uint32_t>(bytes.size());
+  p.side_size = 0;
+  p.mode = mode;
+  return p;
+}
+
+int32_t SessionRunner::add_record(const FrameDesc &desc,
+                                  const std::vector<uint8_t> &bytes,
+                                  const std::string &name) {
+  validate_frame(desc);
+  frame_param(desc, bytes, nullptr, 0);  // refuses a frame that does not fit
+  PreviewRecord r;
+  r.index = static_cast<int32_t>(records_.size());
+  r.name = name;
+  r.desc = desc;
+  r.reblur = std::numeric_limits<double>::quiet_NaN();
+  records_.push_back(std::move(r));
+  tags_.push_back(0);
+  return records_.back().index;
+}
+
+void SessionRunner::hand_over(int32_t index, const std::vector<uint8_t> &bytes) {
+  PreviewRecord &r = records_[static_cast<size_t>(index)];
+  const FrameParam p = frame_param(r.desc, bytes, &tags_[static_cast<size_t>(index)], 0);
+  ++r.attempts;
+  ql_is_process_preview(&p);
+  unresolved_.push_back(index);
+  last_bytes_ = &bytes;
+}
+
+void SessionRunner::look_locked() {
+  const uint8_t *named_tag = prevParam.side;
+  int32_t named = -1;
+  if (in_flight_ >= 0 && named_tag == &tags_[static_cast<size_t>(in_flight_)]) {
+    named = in_flight_;
+  }
+  for (int32_t i : unresolved_) {
+    if (named_tag == &tags_[static_cast<size_t>(i)]) named = i;
+  }
+  // Each hand-over renames the job, so every offer since the last look
+  // that the job does not name was dropped by the intake: its record stays
+  // not handed over.
+  unresolved_.clear();
+  const bool finished = g_asIQThdInfo.pending == 0 && g_asIQThdInfo.idle == 1;
+  if (named >= 0) {
+    PreviewRecord &r = records_[static_cast<size_t>(named)];
+    if (in_flight_ >= 0 && in_flight_ != named) in_flight_ = -1;  // superseded
+    if (!r.handed_over) {
+      r.handed_over = true;
+      // Seen still pending: the worker has not begun, so this is the
+      // luminance its judgement starts from; seen finished: the last look
+      // came before its hand-over.
+      r.luminance_before = finished ? luminance_seen_ : last_luminance;
+    }
+    if (finished && !r.evaluated) {
+      r.evaluated = true;
+      r.verdict = prevParam.result;
+      r.kept = keeps(r.verdict);
+      r.low_light = r.desc.format == kFormatRaw10 && !(r.luminance_before > kLowLightLuminance);
+      r.luminance = last_luminance;
+      r.base_clarity = base_clarity;
+      std::vector<std::string> lines = take_lines();
+      r.log.insert(r.log.end(), lines.begin(), lines.end());
+      if (r.kept) {
+        kept_index_ = named;
+        kept_desc_ = r.desc;
+        kept_size_ = static_cast<size_t>(prevParam.image_size);
+      }
+      in_flight_ = -1;
+    } else if (!finished) {
+      in_flight_ = named;
+    }
+  }
+  if (finished) luminance_seen_ = last_luminance;
+}
+
+bool SessionRunner::try_look() {
+  if (pthread_mutex_trylock(&g_asIQThdInfo.mutex) != 0) return false;
+  look_locked();
+  pthread_mutex_unlock(&g_asIQThdInfo.mutex);
+  return true;
+}
+
+void SessionRunner::look() {
+  WorkerLock lock;
+  look_locked();
+}
+
+PreviewRecord SessionRunner::evaluate(const FrameDesc &desc,
+                                      const std::vector<uint8_t> &bytes,
+                                      const std::string &name) {
+  settle();
+  const int32_t index = add_record(desc, bytes, name);
+  const PreviewRecord &r = records_[static_cast<size_t>(index)];
+  take_lines();  // what came before belongs to no frame
+  const auto deadline = Clock::now() + kEvaluationTimeout;
+  while (!r.evaluated) {
+    look();
+    hand_over(index, bytes);
+    auto idle_pending_since = Clock::time_point::max();
+    while (Clock::now() < deadline) {
+      std::this_thread::sleep_for(kPollInterval);
+      bool missed = false;
+      {
+        WorkerLock lock;
+        look_locked();
+        const bool waiting = g_asIQThdInfo.pending == 1 && g_asIQThdInfo.idle == 1;
+        if (!waiting) {
+          idle_pending_since = Clock::time_point::max();
+        } else if (idle_pending_since == Clock::time_point::max()) {
+          idle_pending_since = Clock::now();
+        } else {
+          missed = Clock::now() - idle_pending_since >= kMissedWakeUp;
+        }
+      }
+      if (r.evaluated) break;
+      if (!r.handed_over || in_flight_ != index || missed) break;  // offer again
+    }
+    if (Clock::now() >= deadline) {
+      throw ToolError("the library's worker did not evaluate frame " + name +
+                      " within a minute");
+    }
+  }
+  PreviewRecord done = r;
+  done.reblur = reblur_score(desc, bytes);
+  records_[static_cast<size_t>(index)].reblur = done.reblur;
+  return done;
+}
+
+int32_t SessionRunner::offer(const FrameDesc &desc, const std::vector<uint8_t> &bytes,
+                             const std::string &name) {
+  const int32_t index = add_record(desc, bytes, name);
+  // Read the last evaluation before this hand-over can rename the job.
+  try_look();
+  hand_over(index, bytes);
+  // The tool's own measurement runs on this thread while the worker judges.
+  records_[static_cast<size_t>(index)].reblur = reblur_score(desc, bytes);
+  try_look();
+  return index;
+}
+
+void SessionRunner::poll() { try_look(); }
+
+void SessionRunner::settle() {
+  const auto deadline = Clock::now() + kEvaluationTimeout;
+  auto idle_pending_since = Clock::time_point::max();
+  for (;;) {
+    bool missed = false;
+    {
+      WorkerLock lock;
+      look_locked();
+      if (in_flight_ < 0) break;
+      const bool waiting = g_asIQThdInfo.pending == 1 && g_asIQThdInfo.idle == 1;
+      if (!waiting) {
+        idle_pending_since = Clock::time_point::max();
+      } else if (idle_pending_since == Clock::time_point::max()) {
+        idle_pending_since = Clock::now();
+      } else {
+        missed = Clock::now() - idle_pending_since >= kMissedWakeUp;
+      }
+    }
+    if (Clock::now() >= deadline) {
+      throw ToolError("the library's worker did not finish frame " +
+                      records_[static_cast<size_t>(in_flight_)].name + " within a minute");
+    }
+    if (missed && last_bytes_ != nullptr) {
+      hand_over(in_flight_, *last_bytes_);
+      idle_pending_since = Clock::time_point::max();
+    }
+    std::this_thread::sleep_for(kPollInterval);
+  }
+  last_bytes_ = nullptr;
+}
+
+CaptureRecord SessionRunner::capture(const FrameDesc &desc, std::vector<uint8_t> &bytes) {
+  validate_frame(desc);
+  settle();
+  CaptureRecord c;
+  c.reblur = reblur_score(desc, bytes);
+  FrameParam p = frame_param(desc, bytes, &capture_tags_[0], 1);
+  take_lines();
+  c.status = ql_is_process_takepicture(&p);
+  if (c.status == 0) {
+    WorkerLock lock;
+    if (prevParam.side == &capture_tags_[0]) c.verdict = prevParam.result;
+  }
+  c.replaced = c.status == 0 && c.verdict == kVerdictKeepBest;
+  if (c.status == 0 && keeps(c.verdict)) {
+    kept_index_ = -1;
+    kept_desc_ = desc;
+    kept_size_ = bytes.size();
+  }
+  c.log = take_lines();
+  return c;
+}
+
+BurstRecord SessionRunner::burst(const FrameDesc &desc,
+                                 std::vector<std::vector<uint8_t>> &frames) {
+  validate_frame(desc);
+  const size_t count = frames.size();
+  if (count < 2 || count > QL_IS_BURST_MAX_FRAMES) {
+    throw ToolError("a burst takes 2 to " + std::to_string(QL_IS_BURST_MAX_FRAMES) +
+                    " frames, not " + std::to_string(count));
+  }
+  for (const std::vector<uint8_t> &f : frames) {
+    if (f.size() != frames[0].size()) {
+      throw ToolError("the frames of a burst must all have the same size");
+    }
+    frame_param(desc, f, nullptr, 1);  // refuses a frame that does not fit
+  }
+  settle();
+  BurstRecord b;
+  for (const std::vector<uint8_t> &f : frames) b.reblur.push_back(reblur_score(desc, f));
+  const std::vector<std::vector<uint8_t>> before = frames;
+
+  alignas(8) uint8_t record[QL_IS_BURST_RECORD_SIZE] = {};
+  for (size_t i = 0; i < count; ++i) {
+    const int k = static_cast<int>(i);
+    ql_is_record_put_i32(record, QL_IS_BURST_WIDTH(k), desc.width);
+    ql_is_record_put_i32(record, QL_IS_BURST_HEIGHT(k), desc.height);
+    ql_is_record_put_ptr(record, QL_IS_BURST_IMAGE(k), frames[i].data());
+    ql_is_record_put_i32(record, QL_IS_BURST_STRIDE(k), desc.stride);
+    ql_is_record_put_ptr(record, QL_IS_BURST_SIDE(k), &capture_tags_[i]);
+  }
+  const uint32_t image_size = static_cast<uint32_t>(frames[0].size());
+  std::memcpy(record + QL_IS_BURST_IMAGE_SIZE, &image_size, sizeof image_size);
+  ql_is_record_put_i32(record, QL_IS_BURST_SIDE_SIZE, 0);
+  ql_is_record_put_i32(record, QL_IS_BURST_COUNT, static_cast<int32_t>(count));
+  ql_is_record_put_i32(record, QL_IS_BURST_MODE, 1);
+
+  take_lines();
+  b.status = ql_is_process_bat_takepicture(record);
+  b.log = take_lines();
+  b.result = ql_is_record_get_i32(record, QL_IS_BURST_RESULT);
+  for (const std::string &line : b.log) {
+    if (parse_burst_line(line, b.best_id, b.replace_id)) break;
+  }
+  b.replaced = b.replace_id >= 0 && static_cast<size_t>(b.replace_id) < count &&
+               frames[static_cast<size_t>(b.replace_id)] != before[static_cast<size_t>(b.replace_id)];
+  return b;
+}
+
+std::vector<uint8_t> SessionRunner::kept_frame() const {
+  WorkerLock lock;
+  if (kept_size_ == 0 || bufmax.image == nullptr) return {};
+  return std::vector<uint8_t>(bufmax.image, bufmax.image + kept_size_);
+}
+
+}  // namespace qlis::tool
