@@ -152,7 +152,7 @@ const char *verdict_text(int32_t verdict) {
     case 3:
       return "not better: keep the best";
     case 4:
-      return "replaced the base (scene change or flat)";
+      return "a new base: first frame, scene change or flat frame";
     case -1:
       return "unknown mode";
     default:

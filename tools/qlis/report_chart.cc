@@ -83,7 +83,7 @@ RgbImage render_contact_sheet(const std::vector<ReportFrame> &frames,
     GreyImage thumb = f.thumb;
     stamp_label(thumb, 0, 0, std::to_string(f.record.index), scale);
     const std::string score =
-        f.record.evaluated ? fixed(f.record.reblur, 3) : "-";
+        f.record.evaluated ? fixed(f.record.reblur, 4) : "-";
     stamp_label(thumb, 0, th - stamp_height(scale) - 2 * scale, score, scale);
     const int32_t x = kGap + (i % cols) * (tw + kGap);
     const int32_t y = kGap + (i / cols) * (th + kGap);
