@@ -694,8 +694,11 @@ QL_IS_API extern const double paramsClass[98];
  * (byte 4 of each group on lines 3, 7, 11, ...) written to scratch:
  * [0..63] the 8 x 8 block mean gradients, column-major; [64..318] the
  * gradient histogram bins 0..254 and [319] bins 255..510, as fractions.
- * A frame whose subsampled image is 8 or fewer samples in either direction
- * gives NaN features. extra1 and extra2 are ignored. Returns features.
+ * A frame of 1 to 8 subsampled rows or columns (height or width 4..35)
+ * has blocks of size 0 and gives NaN features (0/0); otherwise a frame of
+ * no subsampled rows or columns (height or width below 4) takes the block
+ * size there as -1 and gives zeros of the divisors' sign. extra1 and
+ * extra2 are ignored. Returns features.
  * Caller guarantees: features holds 320 doubles; scratch holds
  * (height >> 2) * (width >> 2) bytes; height >= 0, width >= 0 and
  * height rows of `stride` bytes readable. */
