@@ -5,7 +5,6 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <string_view>
@@ -33,11 +32,6 @@ constexpr int32_t kVerdictNewBase = 4;
 constexpr int32_t kVerdictKeepBest = 3;
 
 std::atomic<bool> g_runner_alive{false};
-
-bool log_to_stderr() {
-  const char *enabled = std::getenv("QLIS_LOG");
-  return enabled != nullptr && std::strcmp(enabled, "0") != 0;
-}
 
 bool keeps(int32_t verdict) {
   return verdict == kVerdictSharper || verdict == kVerdictNewBase;
@@ -83,14 +77,16 @@ double reblur_score(const FrameDesc &desc, const std::vector<uint8_t> &bytes) {
       kReblurMode, kReblurRadius, arena);
 }
 
-SessionRunner::SessionRunner() {
+SessionRunner::OneAtATime::OneAtATime() {
   if (g_runner_alive.exchange(true)) {
     throw ToolError("a session of the library is already running in this process");
   }
-  ql_is_host_set_log_sink(&SessionRunner::sink, this);
+}
+
+SessionRunner::OneAtATime::~OneAtATime() { g_runner_alive = false; }
+
+SessionRunner::SessionRunner() {
   if (ql_is_init() != 0) {
-    ql_is_host_set_log_sink(nullptr, nullptr);
-    g_runner_alive = false;
     throw ToolError("the library refused to start a session (ql_is_init returned -1)");
   }
   WorkerLock lock;
@@ -99,24 +95,6 @@ SessionRunner::SessionRunner() {
 
 SessionRunner::~SessionRunner() {
   ql_is_deinit();
-  ql_is_host_set_log_sink(nullptr, nullptr);
-  g_runner_alive = false;
-}
-
-void SessionRunner::sink(int /*prio*/, const char *tag, const char *text, void *ctx) {
-  if (log_to_stderr()) std::fprintf(stderr, "E/%s: %s\n", tag, text);
-  std::string line = std::string(tag) + ": " + text;
-  while (!line.empty() && line.back() == '\n') line.pop_back();
-  auto *self = static_cast<SessionRunner *>(ctx);
-  std::lock_guard<std::mutex> guard(self->lines_mutex_);
-  self->lines_.push_back(std::move(line));
-}
-
-std::vector<std::string> SessionRunner::take_lines() {
-  std::lock_guard<std::mutex> guard(lines_mutex_);
-  std::vector<std::string> taken;
-  taken.swap(lines_);
-  return taken;
 }
 
 FrameParam SessionRunner::frame_param(const FrameDesc &desc,
@@ -195,7 +173,7 @@ void SessionRunner::look_locked() {
       r.low_light = r.desc.format == kFormatRaw10 && !(r.luminance_before > kLowLightLuminance);
       r.luminance = last_luminance;
       r.base_clarity = base_clarity;
-      std::vector<std::string> lines = take_lines();
+      std::vector<std::string> lines = log_.take();
       r.log.insert(r.log.end(), lines.begin(), lines.end());
       if (r.kept) {
         kept_index_ = named;
@@ -228,7 +206,7 @@ PreviewRecord SessionRunner::evaluate(const FrameDesc &desc,
   settle();
   const int32_t index = add_record(desc, bytes, name);
   const PreviewRecord &r = records_[static_cast<size_t>(index)];
-  take_lines();  // what came before belongs to no frame
+  log_.take();  // what came before belongs to no frame
   const auto deadline = Clock::now() + kEvaluationTimeout;
   while (!r.evaluated) {
     look();
@@ -314,7 +292,7 @@ CaptureRecord SessionRunner::capture(const FrameDesc &desc, std::vector<uint8_t>
   CaptureRecord c;
   c.reblur = reblur_score(desc, bytes);
   FrameParam p = frame_param(desc, bytes, &capture_tags_[0], 1);
-  take_lines();
+  log_.take();
   c.status = ql_is_process_takepicture(&p);
   if (c.status == 0) {
     WorkerLock lock;
@@ -326,7 +304,7 @@ CaptureRecord SessionRunner::capture(const FrameDesc &desc, std::vector<uint8_t>
     kept_desc_ = desc;
     kept_size_ = bytes.size();
   }
-  c.log = take_lines();
+  c.log = log_.take();
   return c;
 }
 
@@ -364,9 +342,9 @@ BurstRecord SessionRunner::burst(const FrameDesc &desc,
   ql_is_record_put_i32(record, QL_IS_BURST_COUNT, static_cast<int32_t>(count));
   ql_is_record_put_i32(record, QL_IS_BURST_MODE, 1);
 
-  take_lines();
+  log_.take();
   b.status = ql_is_process_bat_takepicture(record);
-  b.log = take_lines();
+  b.log = log_.take();
   b.result = ql_is_record_get_i32(record, QL_IS_BURST_RESULT);
   for (const std::string &line : b.log) {
     if (parse_burst_line(line, b.best_id, b.replace_id)) break;

@@ -13,11 +13,11 @@
 
 #include <cstdint>
 #include <deque>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "frame_file.h"
+#include "library_log.h"
 #include "ql_is/ql_is.h"
 
 namespace qlis::tool {
@@ -121,8 +121,6 @@ class SessionRunner {
   int32_t kept_index() const { return kept_index_; }
 
  private:
-  static void sink(int prio, const char *tag, const char *text, void *ctx);
-  std::vector<std::string> take_lines();
   FrameParam frame_param(const FrameDesc &desc, const std::vector<uint8_t> &bytes,
                          const uint8_t *tag, int32_t mode) const;
   int32_t add_record(const FrameDesc &desc, const std::vector<uint8_t> &bytes,
@@ -132,6 +130,15 @@ class SessionRunner {
   void look_locked();
   bool try_look();
   void look();
+
+  // Claims the process's one session before anything else is touched.
+  struct OneAtATime {
+    OneAtATime();
+    ~OneAtATime();
+    OneAtATime(const OneAtATime &) = delete;
+    OneAtATime &operator=(const OneAtATime &) = delete;
+  };
+  OneAtATime claim_;
 
   std::vector<PreviewRecord> records_;
   std::deque<uint8_t> tags_;        // one per preview frame: stable addresses
@@ -143,9 +150,7 @@ class SessionRunner {
   int32_t kept_index_ = -1;
   FrameDesc kept_desc_;
   size_t kept_size_ = 0;
-
-  mutable std::mutex lines_mutex_;  // the worker thread logs too
-  std::vector<std::string> lines_;
+  LibraryLog log_;  // installed before the session starts, removed after
 };
 
 // The frame's own re-blur score as the judgements compute it (radius 5),
