@@ -13,6 +13,7 @@
 #include "output_dir.h"
 #include "png_image.h"
 #include "ql_is/ql_is.h"
+#include "subcommand.h"
 #include "synth.h"
 #include "synth_output.h"
 #include "tool_error.h"
@@ -155,6 +156,8 @@ int main(int argc, char **argv) {
       "(2 for a command line that does not parse).");
   SynthOptions synth;
   add_synth(app, synth);
+  const Subcommand replay = add_replay_command(app);
+  const Subcommand score = add_score_command(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success &e) {
@@ -165,6 +168,8 @@ int main(int argc, char **argv) {
   }
   try {
     if (app.got_subcommand("synth")) return run_synth(synth);
+    if (replay.app->parsed()) return replay.run();
+    if (score.app->parsed()) return score.run();
   } catch (const ToolError &e) {
     std::fprintf(stderr, "qlis: %s\n", e.what());
   } catch (const std::bad_alloc &) {
