@@ -13,7 +13,7 @@ namespace {
 
 using Difference = std::vector<double>;
 
-// The label, and the one line that the score logs.
+// The label and the one line the score logs.
 std::pair<int32_t, std::string> score(const Difference &d) {
   qlis::test::LogCapture log;
   const int32_t label = get_score_label(d.data());
@@ -23,19 +23,13 @@ std::pair<int32_t, std::string> score(const Difference &d) {
 }
 
 TEST(ClassifierWeights, MatchTheTrainedTableByPosition) {
-  EXPECT_EQ(paramsClass[0], 0.0);
-  EXPECT_TRUE(std::signbit(paramsClass[0]));
-  // Block column j, block row i at 1 + 8 j + i.
-  EXPECT_EQ(paramsClass[1 + 8 * 0 + 7], 26.315723);
-  EXPECT_EQ(paramsClass[1 + 8 * 3 + 4], 131.700424);
-  EXPECT_EQ(paramsClass[1 + 8 * 5 + 5], 33.45834);
-  EXPECT_EQ(paramsClass[1 + 8 * 7 + 7], -157.804367);
-  // Histogram bin b at 65 + b, zero weights included; then the tail.
-  EXPECT_EQ(paramsClass[65 + 0], -10.304722);
-  EXPECT_TRUE(paramsClass[65 + 4] == 0.0 && !std::signbit(paramsClass[69]));
-  EXPECT_EQ(paramsClass[65 + 8], 204.775406);
-  EXPECT_EQ(paramsClass[65 + 31], 0.0);
-  EXPECT_EQ(paramsClass[97], 19.273046);
+  EXPECT_TRUE(paramsClass[0] == 0.0 && std::signbit(paramsClass[0]));
+  // Block column j, block row i at 1 + 8 j + i; bin b at 65 + b; the tail.
+  const std::pair<int, double> spots[] = {
+      {1 + 8 * 0 + 7, 26.315723}, {1 + 8 * 3 + 4, 131.700424},
+      {1 + 8 * 7 + 7, -157.804367}, {65 + 0, -10.304722},
+      {65 + 4, 0.0}, {65 + 8, 204.775406}, {65 + 31, 0.0}, {97, 19.273046}};
+  for (const auto &[k, w] : spots) EXPECT_EQ(paramsClass[k], w) << k;
 }
 
 TEST(ClassifierScore, IdenticalFramesScoreOneHalfAndLabelZero) {
@@ -46,48 +40,43 @@ TEST(ClassifierScore, IdenticalFramesScoreOneHalfAndLabelZero) {
                            scratch.data());
   Difference d(97, 1.0);
   combine_feature(features, features, d.data());
-  for (double v : d) ASSERT_EQ(v, 0.0);
+  EXPECT_EQ(d, Difference(97, 0.0));
   EXPECT_EQ(score(d), std::make_pair(0, std::string("0.50 ")));
 }
 
-// Entry 96 is the difference of two sums, each taken in ascending order
-// from 0.0: a 1.0 first absorbs 223 addends of 2^-60 one by one, which
-// together (in any other order) would round the sum up.
+// Entry 96 is the difference of two sums taken in ascending order from
+// 0.0: a leading 1.0 absorbs 223 addends of 2^-60 one by one, which in any
+// other order (or as per-entry differences) would leave a trace.
 TEST(ClassifierScore, ShareDifferenceSubtractsAscendingSums) {
-  std::vector<double> a(320, std::ldexp(1.0, -60));
-  std::vector<double> b(320, 0.0);
+  std::vector<double> a(320, std::ldexp(1.0, -60)), b(320, 0.0);
   a[96] = 1.0;
-  a[5] = 0.75;
-  b[5] = 0.5;
   Difference d(97);
   combine_feature(a.data(), b.data(), d.data());
   EXPECT_EQ(d[96], 1.0);
-  EXPECT_EQ(d[5], 0.25);
-  b[96] = 1.0;  // per-entry differences would leave the 223 addends
+  b[96] = 1.0;
   combine_feature(a.data(), b.data(), d.data());
   EXPECT_EQ(d[96], 0.0);
 }
 
-// Probabilities worked out apart from the library, in float products.
-// Zero weights (bin 6, entry 70) leave the score at 0.
+// Probabilities worked out apart from the library, in float products. A
+// zero weight (bin 6, entry 70) leaves the score at 0; NaN labels 0.
 TEST(ClassifierScore, LogsTheProbabilityAndLabelsAboveOneHalf) {
   const struct {
     int entry;
     double value;
     int32_t label;
     const char *line;
-  } cases[] = {{96, 0.01, 1, "0.55 "},     {96, -0.01, 0, "0.45 "},
-               {0, 1.0, 1, "1.00 "},       {64, 1.0, 0, "0.00 "},
-               {65, 0.001, 1, "0.53 "},    {70, 1000.0, 0, "0.50 "},
+  } cases[] = {{96, 0.01, 1, "0.55 "},  {96, -0.01, 0, "0.45 "},
+               {0, 1.0, 1, "1.00 "},    {64, 1.0, 0, "0.00 "},
+               {65, 0.001, 1, "0.53 "}, {70, 1000.0, 0, "0.50 "},
                {10, std::numeric_limits<double>::quiet_NaN(), 0, "nan "}};
   for (const auto &c : cases) {
     Difference d(97, 0.0);
     d[c.entry] = c.value;
     const auto [label, line] = score(d);
-    EXPECT_EQ(label, c.label) << c.entry << " " << c.value;
+    EXPECT_EQ(label, c.label) << c.entry;
     // The sign a NaN prints with differs between targets.
-    EXPECT_TRUE(std::isnan(c.value) ? line == "nan " || line == "-nan "
-                                    : line == c.line)
+    EXPECT_TRUE(line == c.line || (std::isnan(c.value) && line == "-nan "))
         << line;
   }
 }
@@ -95,8 +84,8 @@ TEST(ClassifierScore, LogsTheProbabilityAndLabelsAboveOneHalf) {
 float f(double v) { return static_cast<float>(v); }
 
 // A value for entry k whose product with its weight rounds to exactly
-// -target, searched around -target / weight; 0 if there is none. With
-// `fused_gap`, the exact product must also lie above -target, so that a
+// -target, searched near -target / weight; 0 if there is none. With
+// `fused_gap` the exact product must also lie above -target, so that a
 // product fused into the addition of target leaves a positive sum.
 double cancelling_value(int k, float target, bool fused_gap) {
   const float w = f(paramsClass[k + 1]);
@@ -110,9 +99,9 @@ double cancelling_value(int k, float target, bool fused_gap) {
   return 0.0;
 }
 
-// The score adds products rounded to float, in ascending order, in one
-// float sum. Each case sums to 0 that way (label 0) and to a positive
-// score with a fused multiply-add or with 8 lane sums.
+// Products rounded to float, added in ascending order to one float sum:
+// both cases sum to 0 (label 0) so, and to a positive score with a fused
+// multiply-add or with 8 lane sums.
 TEST(ClassifierScore, SumsRoundedProductsInAscendingOrder) {
   Difference fused(97, 0.0);
   for (double first = 1000.0; fused[1] == 0.0 && first < 1100.0; ++first) {
