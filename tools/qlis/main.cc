@@ -10,6 +10,7 @@
 #include <string>
 #include <system_error>
 
+#include "cmd_demo.h"
 #include "output_dir.h"
 #include "png_image.h"
 #include "ql_is/ql_is.h"
@@ -154,6 +155,7 @@ int main(int argc, char **argv) {
   app.footer(
       "Errors print one line, \"qlis: <message>\", and exit with status 1\n"
       "(2 for a command line that does not parse).");
+  const std::function<int()> demo = add_demo_command(app, default_photo);
   SynthOptions synth;
   add_synth(app, synth);
   const Subcommand replay = add_replay_command(app);
@@ -167,6 +169,7 @@ int main(int argc, char **argv) {
     return kExitUsage;
   }
   try {
+    if (app.got_subcommand("demo")) return demo();
     if (app.got_subcommand("synth")) return run_synth(synth);
     if (replay.app->parsed()) return replay.run();
     if (score.app->parsed()) return score.run();

@@ -134,10 +134,12 @@ std::string frames_table(const DemoReport &r) {
 std::vector<std::string> burst_captions(const BurstView &b, bool after) {
   std::vector<std::string> captions;
   for (size_t i = 0; i < b.before.size(); ++i) {
+    // The watermark has no blank glyph (a blank repeats the previous one),
+    // so words are joined by minus signs.
     std::string c = std::to_string(i);
-    if (static_cast<int32_t>(i) == b.record.best_id) c += " BEST";
+    if (static_cast<int32_t>(i) == b.record.best_id) c += "-BEST";
     if (static_cast<int32_t>(i) == b.record.replace_id)
-      c += after && b.record.replaced ? " NEW" : " WORST";
+      c += after && b.record.replaced ? "-NEW" : "-WORST";
     captions.push_back(c);
   }
   return captions;
@@ -275,7 +277,9 @@ std::string write_report(const DemoReport &r, const std::string &dir) {
                        render_strip(burst.after, burst_captions(burst, true),
                                     burst.record.best_id),
                        "burst-after", "the burst as returned")
-       << "<figcaption>Returned to the host</figcaption></figure></section>\n";
+       << "<figcaption>Returned to the host"
+       << (burst.record.replaced ? "" : ", unchanged")
+       << "</figcaption></figure></section>\n";
 
   page << "<h2>Every frame</h2>\n" << frames_table(r) << "</body></html>\n";
   const std::string path = dir + "/" + kReportPage;

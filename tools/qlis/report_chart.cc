@@ -101,7 +101,10 @@ RgbImage render_score_chart(const std::vector<ReportFrame> &frames,
                             int32_t kept_index, int32_t width, int32_t height) {
   RgbImage chart = blank_rgb(width, height, kWhite);
   if (frames.empty()) return chart;
-  double low = 0.0, high = -std::numeric_limits<double>::infinity();
+  // The axis spans the scores themselves, not zero to the largest: frames
+  // of one scene differ by a few per cent, which is what there is to see.
+  double low = std::numeric_limits<double>::infinity();
+  double high = -low;
   for (const ReportFrame &f : frames) {
     if (!f.record.evaluated) continue;
     for (double v : {f.record.reblur, f.record.base_clarity}) {
@@ -110,10 +113,11 @@ RgbImage render_score_chart(const std::vector<ReportFrame> &frames,
       high = std::max(high, v);
     }
   }
-  if (!(high > low)) high = low + 1.0;
-  const double step = tick_step(high - low);
-  high = std::ceil(high * 1.05 / step) * step;
-  low = std::floor(low / step) * step;
+  if (!(low <= high)) low = high = 0.0;
+  const double span = high > low ? high - low : std::max(std::abs(high), 1.0);
+  const double step = tick_step(span * 1.2);
+  high = std::ceil((high + 0.05 * span) / step) * step;
+  low = std::floor((low - 0.15 * span) / step) * step;
   const int decimals =
       std::max(0, -static_cast<int>(std::floor(std::log10(step) + 1e-9)));
   const Plot plot{70, 16, width - 16, height - 36, low, high, frames.size()};
@@ -135,8 +139,8 @@ RgbImage render_score_chart(const std::vector<ReportFrame> &frames,
     const PreviewRecord &r = frames[i].record;
     if (!r.evaluated || !std::isfinite(r.reblur)) continue;
     const int32_t x = plot.x_of(i);
-    fill_rect(chart, x - bar_half, plot.y_of(std::max(r.reblur, low)),
-              x + bar_half + 1, plot.y_of(std::max(low, 0.0)) + 1, kBar);
+    fill_rect(chart, x - bar_half, plot.y_of(r.reblur), x + bar_half + 1,
+              plot.bottom, kBar);
   }
   // The base image's score after each frame, as steps across the slots.
   bool have_last = false;

@@ -1,0 +1,257 @@
+#include "demo.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdarg>
+#include <cstdio>
+#include <filesystem>
+#include <utility>
+
+#include "heatmap.h"
+#include "raw10_pack.h"
+#include "session_runner.h"
+#include "tool_error.h"
+
+namespace qlis::tool {
+namespace {
+
+// Thumbnails of the contact sheet and larger previews, in pixels across.
+constexpr int32_t kThumbWidth = 200;
+constexpr int32_t kPreviewWidth = 600;
+// The shaken capture draws a smear of at least this share of the longest.
+constexpr double kShakenShare = 0.8;
+// The burst's frames: one smear from each of these bands (shares of the
+// longest), handed over in an order the seed chooses.
+constexpr std::pair<double, double> kBurstBands[kDemoBurstFrames] = {
+    {0.0, 0.15}, {0.25, 0.45}, {0.55, 0.7}, {0.8, 1.0}};
+constexpr int kSeedTries = 100000;
+
+std::string format(const char *fmt, ...) {
+  char text[512];
+  va_list args;
+  va_start(args, fmt);
+  std::vsnprintf(text, sizeof text, fmt, args);
+  va_end(args);
+  return text;
+}
+
+// A frame of the same scene whose smear falls within [low, high] pixels:
+// the first seed after `seed` in the stream `purpose` whose plan draws one.
+// Only the plan is searched, so the search costs no rendering.
+SynthFrame shaken_frame(const RgbImage &photo, SynthParams params,
+                        uint64_t purpose, double low, double high) {
+  params.frames = 1;
+  const uint64_t start = params.seed;
+  for (int k = 0; k < kSeedTries; ++k) {
+    params.seed =
+        start ^ (0x9E3779B97F4A7C15ull *
+                 (purpose * kSeedTries + static_cast<uint64_t>(k) + 1));
+    const double blur = plan_frames(params).front().blur_length_px;
+    if (blur >= low && blur <= high) {
+      std::vector<SynthFrame> frames = synthesize(photo, params);
+      return std::move(frames.front());
+    }
+  }
+  throw ToolError("no shaken frame found for this seed");
+}
+
+GreyImage preview(const SynthFrame &f, const std::vector<uint8_t> &bytes,
+                  int32_t width) {
+  return develop_grey(f.desc, bytes, preview_factor(f.desc.width, width));
+}
+
+std::string blur_list(const std::vector<FrameTruth> &truth) {
+  std::string text;
+  for (const FrameTruth &t : truth)
+    text += (text.empty() ? "" : ", ") + format("%.1f", t.blur_length_px);
+  return text + " px";
+}
+
+size_t least_blurred(const std::vector<FrameTruth> &truth) {
+  return static_cast<size_t>(
+      std::min_element(truth.begin(), truth.end(),
+                       [](const FrameTruth &a, const FrameTruth &b) {
+                         return a.blur_length_px < b.blur_length_px;
+                       }) -
+      truth.begin());
+}
+
+size_t most_blurred(const std::vector<FrameTruth> &truth) {
+  return static_cast<size_t>(
+      std::max_element(truth.begin(), truth.end(),
+                       [](const FrameTruth &a, const FrameTruth &b) {
+                         return a.blur_length_px < b.blur_length_px;
+                       }) -
+      truth.begin());
+}
+
+const char *regime(const PreviewRecord &r) {
+  return r.low_light ? "low light" : "normal light";
+}
+
+void account_preview(DemoReport &report) {
+  std::vector<std::string> &out = report.account;
+  size_t evaluated = 0, became_best = 0;
+  for (const ReportFrame &f : report.frames) {
+    evaluated += f.record.evaluated ? 1 : 0;
+    became_best += f.record.kept ? 1 : 0;
+  }
+  out.push_back(format(
+      "preview: %zu frames handed over one at a time, %zu evaluated by the "
+      "worker; %zu became the best:",
+      report.frames.size(), evaluated, became_best));
+  bool have_base = false;
+  double base_before = 0.0;
+  for (const ReportFrame &f : report.frames) {
+    const PreviewRecord &r = f.record;
+    if (r.kept) {
+      const std::string against =
+          have_base ? format("against the base's %.4f", base_before)
+                    : std::string("(no base yet)");
+      out.push_back(format(
+          "  frame %2d: verdict %d (%s), re-blur %.4f %s, %s; truth: blur "
+          "%.1f px, rank %d",
+          r.index, r.verdict, verdict_text(r.verdict), r.reblur,
+          against.c_str(), regime(r), f.truth.blur_length_px,
+          f.truth.sharpness_rank));
+    }
+    if (r.evaluated) {
+      have_base = true;
+      base_before = r.base_clarity;
+    }
+  }
+  const auto sharpest = std::find_if(
+      report.frames.begin(), report.frames.end(),
+      [](const ReportFrame &f) { return f.truth.sharpness_rank == 1; });
+  if (report.kept_index < 0) {
+    out.push_back("kept in bufmax: no frame");
+    return;
+  }
+  const ReportFrame &kept =
+      report.frames[static_cast<size_t>(report.kept_index)];
+  out.push_back(
+      format("kept in bufmax: frame %d, blur %.1f px, sharpness rank %d of %zu "
+             "(the least blurred is frame %d, %.1f px)",
+             report.kept_index, kept.truth.blur_length_px,
+             kept.truth.sharpness_rank, report.frames.size(),
+             sharpest->record.index, sharpest->truth.blur_length_px));
+}
+
+void account_capture(DemoReport &report) {
+  const CaptureView &c = report.capture;
+  std::string line =
+      format("capture: blur %.1f px, re-blur %.4f: verdict %d, ",
+             c.truth.blur_length_px, c.record.reblur, c.record.verdict);
+  if (c.record.replaced) {
+    line += format("replaced by the kept frame %d", report.kept_index);
+    if (report.kept_index >= 0) {
+      const FrameTruth &k =
+          report.frames[static_cast<size_t>(report.kept_index)].truth;
+      line += format(" (%.1f px: %s)", k.blur_length_px,
+                     k.blur_length_px < c.truth.blur_length_px
+                         ? "sharper, as the truth has it"
+                         : "not sharper by the truth");
+    }
+  } else {
+    line += "kept as taken";
+  }
+  report.account.push_back(line);
+}
+
+void account_burst(DemoReport &report) {
+  const BurstView &b = report.burst;
+  report.account.push_back(format(
+      "burst of %zu (blur %s): bestId %d, replaceId %d, %s; truth: least "
+      "blurred %zu, most blurred %zu",
+      b.truth.size(), blur_list(b.truth).c_str(), b.record.best_id,
+      b.record.replace_id,
+      b.record.replaced ? "the blurriest was overwritten by the kept frame"
+                        : "no frame overwritten",
+      least_blurred(b.truth), most_blurred(b.truth)));
+}
+
+}  // namespace
+
+DemoReport run_demo(const RgbImage &photo, const std::string &photo_path,
+                    const DemoOptions &options) {
+  SynthParams params;
+  params.width = options.width;
+  params.height = options.height;
+  params.frames = options.frames;
+  params.seed = options.seed;
+  validate_synth(params);
+
+  DemoReport report;
+  report.photo = std::filesystem::path(photo_path).filename().string();
+  report.seed = options.seed;
+  report.desc = synth_frame_desc(params);
+  report.packing = kRaw10Packing;
+  const FrameDesc &desc = report.desc;
+  report.account.push_back(format(
+      "qlis demo: %d RAW10 frames %dx%d (stride %d) synthesised from %s, "
+      "seed %llu",
+      params.frames, desc.width, desc.height, desc.stride, report.photo.c_str(),
+      static_cast<unsigned long long>(options.seed)));
+  report.account.push_back(
+      std::string("packing: ") + kRaw10Packing +
+      " (the byte the library samples carries image content)");
+
+  const double longest = params.max_blur_px;
+  SynthFrame shaken =
+      shaken_frame(photo, params, 1, kShakenShare * longest, longest);
+  std::vector<SynthFrame> burst;
+  for (size_t i = 0; i < kDemoBurstFrames; ++i) {
+    const auto [low, high] = kBurstBands[i];
+    burst.push_back(
+        shaken_frame(photo, params, 2 + i, low * longest, high * longest));
+  }
+  std::rotate(
+      burst.begin(),
+      burst.begin() + static_cast<ptrdiff_t>(options.seed % burst.size()),
+      burst.end());
+
+  std::vector<uint8_t> kept_bytes;
+  {
+    SessionRunner runner;
+    generate_frames(photo, params, [&](SynthFrame &&f) {
+      ReportFrame frame;
+      frame.truth = f.truth;
+      frame.record = runner.evaluate(f.desc, f.bytes,
+                                     format("frame %d", f.truth.index - 1));
+      frame.thumb = preview(f, f.bytes, kThumbWidth);
+      report.frames.push_back(std::move(frame));
+    });
+    report.kept_index = runner.kept_index();
+    if (report.kept_index >= 0) kept_bytes = runner.kept_frame();
+
+    CaptureView &cap = report.capture;
+    cap.truth = shaken.truth;
+    cap.before = preview(shaken, shaken.bytes, kPreviewWidth);
+    cap.record = runner.capture(shaken.desc, shaken.bytes);
+    cap.after = preview(shaken, shaken.bytes, kPreviewWidth);
+
+    BurstView &b = report.burst;
+    std::vector<std::vector<uint8_t>> frames;
+    for (SynthFrame &f : burst) {
+      b.truth.push_back(f.truth);
+      b.before.push_back(preview(f, f.bytes, kThumbWidth));
+      frames.push_back(std::move(f.bytes));
+    }
+    b.record = runner.burst(desc, frames);
+    for (size_t i = 0; i < frames.size(); ++i)
+      b.after.push_back(preview(burst[i], frames[i], kThumbWidth));
+  }
+  // Drawn after the session so that the watermark's log lines stay out of
+  // the session's records.
+  if (!kept_bytes.empty()) {
+    report.kept_preview = develop_grey(
+        desc, kept_bytes, preview_factor(desc.width, kPreviewWidth));
+    report.kept_heatmap = render_heatmap(desc, kept_bytes);
+  }
+  account_preview(report);
+  account_capture(report);
+  account_burst(report);
+  return report;
+}
+
+}  // namespace qlis::tool
