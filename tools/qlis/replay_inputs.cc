@@ -55,6 +55,10 @@ ReplayInput from_dump(const std::string &path, const DumpName &dump, const RawGe
 }
 
 ReplayInput from_raw(const std::string &path, const RawGeometry &raw) {
+  std::error_code ec;
+  if (!fs::exists(path, ec)) {
+    throw ToolError("cannot open " + path + ": " + std::strerror(ENOENT));
+  }
   if (!raw.format || raw.width == 0 || raw.height == 0 || raw.stride == 0) {
     throw ToolError(path +
                     " is not named like a dump of the library: describe it with --format, "
