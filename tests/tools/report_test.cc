@@ -225,6 +225,12 @@ TEST(ReportPage, IsSelfContainedAndEmbedsThePicturesWrittenBesideIt) {
        at = html.find("<tr class=", at + 1))
     ++rows;
   EXPECT_EQ(rows, 4u);
+
+  // A session that kept nothing still gets a whole page.
+  const std::string bare = work.path() + "/bare";
+  fs::create_directories(bare);
+  EXPECT_NO_THROW(write_report(DemoReport{}, bare));
+  EXPECT_TRUE(fs::exists(bare + "/kept-frame.png"));
 }
 
 }  // namespace

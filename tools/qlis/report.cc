@@ -62,7 +62,6 @@ class Pictures {
     const std::string path = dir_ + "/" + file;
     write_png_rgb(path, image.width, image.height, image.rgb.data(),
                   static_cast<size_t>(image.width) * 3);
-    files_.push_back(file);
     return "<img id=\"" + id + "\" src=\"data:image/png;base64," +
            base64(read_bytes(path)) + "\" width=\"" +
            std::to_string(image.width) + "\" height=\"" +
@@ -71,8 +70,12 @@ class Pictures {
 
  private:
   std::string dir_;
-  std::vector<std::string> files_;
 };
+
+// A picture that was never made (no frame was kept) shows as a grey tile.
+RgbImage or_tile(const RgbImage &image) {
+  return image.width > 0 ? image : blank_rgb(160, 120, {220, 220, 220});
+}
 
 constexpr const char *kStyle = R"(
 body{font:15px/1.45 system-ui,sans-serif;color:#222;background:#fafafa;
@@ -224,8 +227,8 @@ std::string write_report(const DemoReport &r, const std::string &dir) {
        << key("#ffecb4", "judged in low light") << "</figcaption></figure>\n";
 
   page << "<h2>The best frame</h2>\n<div class=\"row\"><figure>"
-       << pictures.img("kept-frame.png", to_rgb(r.kept_preview), "kept-frame",
-                       "the frame kept in bufmax")
+       << pictures.img("kept-frame.png", or_tile(to_rgb(r.kept_preview)),
+                       "kept-frame", "the frame kept in bufmax")
        << "<figcaption>Frame " << kept_name
        << ", kept in bufmax when the capture came";
   if (r.kept_index >= 0 &&
@@ -236,7 +239,7 @@ std::string write_report(const DemoReport &r, const std::string &dir) {
          << r.frames.size();
   }
   page << ".</figcaption></figure><figure>"
-       << pictures.img("heatmap.png", r.kept_heatmap, "heatmap",
+       << pictures.img("heatmap.png", or_tile(r.kept_heatmap), "heatmap",
                        "block features of the kept frame")
        << "<figcaption>Its 8x8 block features.</figcaption></figure></div>\n";
 
@@ -249,11 +252,11 @@ std::string write_report(const DemoReport &r, const std::string &dir) {
                ? "<strong>replaced</strong> by the frame kept in bufmax"
                : "<strong>kept</strong> as taken")
        << ".</p>\n<div class=\"row\"><figure>"
-       << pictures.img("capture-before.png", to_rgb(cap.before),
+       << pictures.img("capture-before.png", or_tile(to_rgb(cap.before)),
                        "capture-before", "the capture as taken")
        << "<figcaption>Handed in</figcaption></figure><figure>"
-       << pictures.img("capture-after.png", to_rgb(cap.after), "capture-after",
-                       "the capture as returned")
+       << pictures.img("capture-after.png", or_tile(to_rgb(cap.after)),
+                       "capture-after", "the capture as returned")
        << "<figcaption>Returned to the host</figcaption></figure></div>"
           "</section>\n";
 
