@@ -205,8 +205,16 @@ std::string burst_frame(const ReplayRun &run, int32_t id) {
   return std::to_string(id) + " (" + run.burst_inputs[static_cast<size_t>(id)].name + ")";
 }
 
+// Some of the library's lines hold newlines of their own: every piece
+// keeps the indent.
 void print_log(const std::vector<std::string> &lines) {
-  for (const std::string &l : lines) std::printf("        | %s\n", l.c_str());
+  for (const std::string &l : lines) {
+    size_t from = 0;
+    for (size_t nl; (nl = l.find('\n', from)) != std::string::npos; from = nl + 1) {
+      std::printf("        | %s\n", l.substr(from, nl - from).c_str());
+    }
+    std::printf("        | %s\n", l.substr(from).c_str());
+  }
 }
 
 void print_text(const ReplayRun &run, const ReplayOptions &o) {

@@ -27,6 +27,10 @@ constexpr auto kPollInterval = std::chrono::milliseconds(1);
 // that stays pending while the worker idles this long lost its wake-up.
 constexpr auto kMissedWakeUp = std::chrono::milliseconds(50);
 constexpr auto kEvaluationTimeout = std::chrono::seconds(60);
+// A worker that just finished may be queued on the mutex behind our look;
+// it needs a moment to get back into its wait. A hand-over before that
+// would lose its wake-up because of the tool, not of the stream.
+constexpr auto kWorkerReturn = std::chrono::microseconds(500);
 constexpr int32_t kVerdictSharper = 2;
 constexpr int32_t kVerdictNewBase = 4;
 constexpr int32_t kVerdictKeepBest = 3;
@@ -181,6 +185,7 @@ void SessionRunner::look_locked() {
         kept_size_ = static_cast<size_t>(prevParam.image_size);
       }
       in_flight_ = -1;
+      completion_seen_ = Clock::now();
     } else if (!finished) {
       in_flight_ = named;
     }
@@ -246,6 +251,7 @@ int32_t SessionRunner::offer(const FrameDesc &desc, const std::vector<uint8_t> &
   const int32_t index = add_record(desc, bytes, name);
   // Read the last evaluation before this hand-over can rename the job.
   try_look();
+  std::this_thread::sleep_until(completion_seen_ + kWorkerReturn);
   hand_over(index, bytes);
   // The tool's own measurement runs on this thread while the worker judges.
   records_[static_cast<size_t>(index)].reblur = reblur_score(desc, bytes);

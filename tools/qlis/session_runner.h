@@ -11,6 +11,7 @@
 // nothing is copied from it), which the intake stores in prevParam.side.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <deque>
 #include <string>
@@ -146,6 +147,7 @@ class SessionRunner {
   std::vector<int32_t> unresolved_;  // offered, hand-over not yet known
   int32_t in_flight_ = -1;  // handed over, evaluation not yet seen
   double luminance_seen_ = 0.0;  // last_luminance at the last look
+  std::chrono::steady_clock::time_point completion_seen_;  // of the last evaluation
   const std::vector<uint8_t> *last_bytes_ = nullptr;  // of the last offer
   int32_t kept_index_ = -1;
   FrameDesc kept_desc_;
