@@ -49,6 +49,29 @@ class WorkerLock {
   WorkerLock &operator=(const WorkerLock &) = delete;
 };
 
+// Tells a job whose wake-up was lost: pending while the worker idles for
+// longer than a wake-up takes. Call look_locked() under the worker mutex.
+class MissedWakeUpWatch {
+ public:
+  bool look_locked() {
+    const bool waiting = g_asIQThdInfo.pending == 1 && g_asIQThdInfo.idle == 1;
+    if (!waiting) {
+      since_ = kNever;
+      return false;
+    }
+    if (since_ == kNever) {
+      since_ = Clock::now();
+      return false;
+    }
+    return Clock::now() - since_ >= kMissedWakeUp;
+  }
+  void reset() { since_ = kNever; }
+
+ private:
+  static constexpr Clock::time_point kNever = Clock::time_point::max();
+  Clock::time_point since_ = kNever;
+};
+
 // The decision line of a burst: "<name>, <line>, bestId:<b>, replaceId:<r>".
 bool parse_burst_line(std::string_view line, int32_t &best, int32_t &replace) {
   const size_t at = line.find("bestId:");
@@ -216,21 +239,14 @@ PreviewRecord SessionRunner::evaluate(const FrameDesc &desc,
   while (!r.evaluated) {
     look();
     hand_over(index, bytes);
-    auto idle_pending_since = Clock::time_point::max();
+    MissedWakeUpWatch watch;
     while (Clock::now() < deadline) {
       std::this_thread::sleep_for(kPollInterval);
       bool missed = false;
       {
         WorkerLock lock;
         look_locked();
-        const bool waiting = g_asIQThdInfo.pending == 1 && g_asIQThdInfo.idle == 1;
-        if (!waiting) {
-          idle_pending_since = Clock::time_point::max();
-        } else if (idle_pending_since == Clock::time_point::max()) {
-          idle_pending_since = Clock::now();
-        } else {
-          missed = Clock::now() - idle_pending_since >= kMissedWakeUp;
-        }
+        missed = watch.look_locked();
       }
       if (r.evaluated) break;
       if (!r.handed_over || in_flight_ != index || missed) break;  // offer again
@@ -263,21 +279,14 @@ void SessionRunner::poll() { try_look(); }
 
 void SessionRunner::settle() {
   const auto deadline = Clock::now() + kEvaluationTimeout;
-  auto idle_pending_since = Clock::time_point::max();
+  MissedWakeUpWatch watch;
   for (;;) {
     bool missed = false;
     {
       WorkerLock lock;
       look_locked();
       if (in_flight_ < 0) break;
-      const bool waiting = g_asIQThdInfo.pending == 1 && g_asIQThdInfo.idle == 1;
-      if (!waiting) {
-        idle_pending_since = Clock::time_point::max();
-      } else if (idle_pending_since == Clock::time_point::max()) {
-        idle_pending_since = Clock::now();
-      } else {
-        missed = Clock::now() - idle_pending_since >= kMissedWakeUp;
-      }
+      missed = watch.look_locked();
     }
     if (Clock::now() >= deadline) {
       throw ToolError("the library's worker did not finish frame " +
@@ -285,7 +294,7 @@ void SessionRunner::settle() {
     }
     if (missed && last_bytes_ != nullptr) {
       hand_over(in_flight_, *last_bytes_);
-      idle_pending_since = Clock::time_point::max();
+      watch.reset();
     }
     std::this_thread::sleep_for(kPollInterval);
   }
