@@ -100,6 +100,15 @@ TEST(ScoreCli, JsonHoldsDirectValuesLabelsAndOneHeatmapPerFile) {
     EXPECT_EQ(picture.height, 600) << name;
   }
   EXPECT_FALSE(fs::exists(heatmap));
+
+  // A second run would replace the pictures: refused, unless forced.
+  const std::string again = "score --heatmap " + shell_word(heatmap) + " " +
+                            shell_word(files[0]) + " " + shell_word(files[1]);
+  const auto refused = run_tool(root.path(), again);
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_NE(refused.err.find("map_0.png already exists"), std::string::npos) << refused.err;
+  EXPECT_TRUE(refused.out.empty());
+  EXPECT_EQ(run_tool(root.path(), again + " --force").status, 0);
 }
 
 TEST(Heatmap, TintsTheSharpestBlockReddestAndRefusesOtherFormats) {

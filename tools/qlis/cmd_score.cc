@@ -6,6 +6,7 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "frame_scores.h"
@@ -27,6 +28,7 @@ struct ScoreOptions {
   std::string format;
   int32_t width = 0, height = 0, stride = 0;
   std::string heatmap;
+  bool force = false;
   bool json = false;
 };
 
@@ -57,6 +59,14 @@ int run_score(const ScoreOptions &o) {
       if (in.desc.format != kFormatRaw10) {
         throw ToolError("--heatmap draws RAW10 frames only, and " + in.path + " is " +
                         format_name(in.desc.format));
+      }
+    }
+    // A heatmap never replaces a file the user already has, unless asked.
+    for (size_t i = 0; i < inputs.size() && !o.force; ++i) {
+      const std::string out = heatmap_path(o.heatmap, i, inputs.size());
+      std::error_code ec;
+      if (fs::exists(out, ec)) {
+        throw ToolError(out + " already exists; give --force to overwrite it");
       }
     }
   }
@@ -133,6 +143,7 @@ Subcommand add_score_command(CLI::App &parent) {
   cmd->add_option("--heatmap", o->heatmap,
                   "Write the block heatmap of each frame to this PNG (RAW10 only); with "
                   "several files, one PNG each, named <stem>_<index><ext>");
+  cmd->add_flag("--force", o->force, "Overwrite existing heatmap files");
   cmd->add_flag("--json", o->json, "Print one JSON document instead of the text");
   cmd->footer(
       "Per frame: the frame value of each feature driver that reads its format\n"
