@@ -39,10 +39,8 @@ void BM_ClassifierLinesFloor(benchmark::State &state, Cache cache) {
   });
 }
 
-BENCHMARK_CAPTURE(BM_ClassifierLinesFloor, cold, Cache::kCold)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_ClassifierFeatures, cold, Cache::kCold)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_ClassifierLinesFloor, warm, Cache::kWarm)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_ClassifierFeatures, warm, Cache::kWarm)->Unit(benchmark::kMillisecond);
+QLIS_BOTH(BM_ClassifierLinesFloor);
+QLIS_BOTH(BM_ClassifierFeatures);
 
 [[maybe_unused]] const bool kRegistered =
     (compare("BM_ClassifierFeatures/cold", "BM_ClassifierLinesFloor/cold", 0),

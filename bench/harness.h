@@ -57,3 +57,11 @@ void iterate(State &state, Cache cache, Body body) {
 void compare(const char *kernel, const char *floor, double target);
 
 }  // namespace qlis::bench
+
+// Registers a benchmark taking a Cache argument twice, as "<fn>/cold" and
+// "<fn>/warm", timed in milliseconds. Needs <benchmark/benchmark.h> and
+// qlis::bench::Cache in scope.
+#define QLIS_BOTH(fn)                                                          \
+  BENCHMARK_CAPTURE(fn, cold, Cache::kCold)->Unit(benchmark::kMillisecond); \
+  BENCHMARK_CAPTURE(fn, warm, Cache::kWarm)->Unit(benchmark::kMillisecond)
+

@@ -128,23 +128,14 @@ void BM_QualityWithSubFloor(benchmark::State &state, Cache cache) {
   });
 }
 
-BENCHMARK_CAPTURE(BM_ImageEqualityFloor, cold, Cache::kCold)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_ImageEquality, cold, Cache::kCold)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_ImageEqualityYuyv, cold, Cache::kCold)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_ImageEqualityCommon2, cold, Cache::kCold)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_ImageEqualityCommon3, cold, Cache::kCold)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_ImageEqualityFloor, warm, Cache::kWarm)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_ImageEquality, warm, Cache::kWarm)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_ImageEqualityYuyv, warm, Cache::kWarm)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_ImageEqualityCommon2, warm, Cache::kWarm)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_ImageEqualityCommon3, warm, Cache::kWarm)->Unit(benchmark::kMillisecond);
-
-BENCHMARK_CAPTURE(BM_QualityWithSubFloor, cold, Cache::kCold)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_QualityWithSubOneThread, cold, Cache::kCold)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_QualityWithSub, cold, Cache::kCold)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_QualityWithSubFloor, warm, Cache::kWarm)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_QualityWithSubOneThread, warm, Cache::kWarm)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_QualityWithSub, warm, Cache::kWarm)->Unit(benchmark::kMillisecond);
+QLIS_BOTH(BM_ImageEqualityFloor);
+QLIS_BOTH(BM_ImageEquality);
+QLIS_BOTH(BM_ImageEqualityYuyv);
+QLIS_BOTH(BM_ImageEqualityCommon2);
+QLIS_BOTH(BM_ImageEqualityCommon3);
+QLIS_BOTH(BM_QualityWithSubFloor);
+QLIS_BOTH(BM_QualityWithSubOneThread);
+QLIS_BOTH(BM_QualityWithSub);
 
 [[maybe_unused]] const bool kRegistered =
     (compare("BM_ImageEquality/cold", "BM_ImageEqualityFloor/cold", 0),

@@ -164,9 +164,6 @@ void BM_Burst6Floor(benchmark::State &state, Cache cache) {
   });
 }
 
-#define QLIS_BOTH(fn)                                                          \
-  BENCHMARK_CAPTURE(fn, cold, Cache::kCold)->Unit(benchmark::kMillisecond); \
-  BENCHMARK_CAPTURE(fn, warm, Cache::kWarm)->Unit(benchmark::kMillisecond)
 
 QLIS_BOTH(BM_PreviewRaw10Floor);
 QLIS_BOTH(BM_PreviewRaw10Normal);
