@@ -1,5 +1,5 @@
-// Frames, block arguments, records and the frame-value arithmetic shared by
-// the feature tests.
+// Frames, block arguments and record comparisons shared by the feature and
+// metrics tests.
 #pragma once
 
 #include <bit>
@@ -8,7 +8,6 @@
 #include <cstring>
 #include <memory>
 #include <random>
-#include <type_traits>
 #include <vector>
 
 #include "feature/block_args.h"
@@ -103,7 +102,23 @@ inline std::vector<BlockRect> twin_rects(Geometry g, int count, uint32_t seed) {
   return rects;
 }
 
-inline uint64_t bits(double d) { return std::bit_cast<uint64_t>(d); }
+// A copy of the first `bytes` bytes of a frame, ending a page: a kernel
+// that reads past the last byte its block needs crashes. A block that
+// reads nothing gets one byte.
+template <typename Frame>
+std::unique_ptr<PageEndBuffer> cut_after(const Frame &frame, size_t bytes) {
+  auto cut = std::make_unique<PageEndBuffer>(bytes == 0 ? 1 : bytes);
+  if (bytes != 0) std::memcpy(cut->data(), frame.data(), bytes);
+  return cut;
+}
+
+// One past the last byte of a RAW10 block's samples: sample rows i0..last_row
+// and groups g0..last_group of them (the gradient's neighbours included).
+inline size_t raw10_end_of_reads(int32_t stride, int32_t last_row,
+                                 int32_t last_group) {
+  return 2 * static_cast<size_t>(last_row) * static_cast<size_t>(stride) +
+         5 * static_cast<size_t>(last_group) + 5;
+}
 
 template <typename T>
 bool same_bytes(const T &a, const T &b) {
@@ -126,9 +141,11 @@ inline bool same_fields(const BlockFeature &got, const BlockFeature &want) {
   const double *g = &got.sample_sum;
   const double *w = &want.sample_sum;
   for (int f = 0; f < 6; ++f) {
-    if (std::isnan(w[f]) ? !std::isnan(g[f]) : bits(g[f]) != bits(w[f])) {
-      return false;
-    }
+    const bool same = std::isnan(w[f])
+                          ? std::isnan(g[f])
+                          : std::bit_cast<uint64_t>(g[f]) ==
+                                std::bit_cast<uint64_t>(w[f]);
+    if (!same) return false;
   }
   return true;
 }
@@ -136,23 +153,6 @@ inline bool same_fields(const BlockFeature &got, const BlockFeature &want) {
 // Blocks (r, c) with r + c even.
 inline bool on_checkerboard(int block) {
   return (block / 8 + block % 8) % 2 == 0;
-}
-
-// Weight of block row or column r of the normal-light and plane drivers.
-inline constexpr uint64_t kBlockWeight[8] = {1, 2, 3, 4, 4, 3, 2, 1};
-
-// The normal-light and plane frame value from the 64 weighted block
-// energies, written out apart from the drivers: sums wrap at 64 bits, the
-// spread is (Q / 64 - mean^2) / 10000.
-inline uint64_t spread_times_sum(const uint64_t weighted[64]) {
-  uint64_t sum = 0;
-  uint64_t squares = 0;
-  for (int b = 0; b < 64; ++b) {
-    sum += weighted[b];
-    squares += weighted[b] * weighted[b];
-  }
-  const uint64_t mean = sum / 64;
-  return (squares / 64 - mean * mean) / 10000 * sum;
 }
 
 }  // namespace qlis::test

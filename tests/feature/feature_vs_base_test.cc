@@ -50,41 +50,52 @@ TEST_F(FeatureVsBase, UnchangedCallsRefreshTwiceThenClearUntilAChange) {
   }
 }
 
-// Flat frames against a base refreshed from a flat frame (or preset to
-// whole-block sums of 2.7, which truncate to 2 and give differences of -2).
-// Checkerboard sample counts after the clamp, by hand: 64 x 128 has 25
-// blocks of 16, 6 of 8 and 1 of 4 (level 452 v, squared difference
-// 6800 d^2, a dark base: a change beyond 1000 times the level); 2048 x 1024
-// has 25 of 4096, 3 of 4032, 3 of 3840 and 1 of 3780 (level 129796 v,
-// above 22000000; squared difference 526726672 d^2; 6500 times).
+// Flat frames against a base refreshed from a flat frame, preset to
+// whole-block sums of 2.7 (which truncate to 2 and give differences of -2),
+// or made from the frame's own sums moved by -a on block 0 and +b on
+// block 2 (a squared difference of a^2 + b^2). Checkerboard sample counts
+// after the clamp, by hand: 64 x 128 has 25 blocks of 16, 6 of 8 and 1 of
+// 4 (level 452 v, squared difference 6800 d^2, a dark base: a change
+// beyond 1000 times the level); 2048 x 1024 has 25 of 4096, 3 of 4032,
+// 3 of 3840 and 1 of 3780: level 129796 v, 22,065,320 for v = 170, moved
+// to just at and just above the 22,000,000 cut, with squared differences
+// between 1000 and 1001 times the level, between 6500 and 6501 times, or
+// between 1000 and 6500 times.
 TEST_F(FeatureVsBase, ChangeThresholdScalesWithTheTruncatedBaseLevel) {
   const Geometry small{64, 128, 160}, large{2048, 1024, 1280};
   const struct {
     Geometry g;
-    int base;  // a frame value, or -1 for sums of 2.7
+    int base;  // a frame value, -1 for sums of 2.7, -2 for the moved frame
     uint8_t frame;
+    int a, b;
     const char *iso0, *iso2;
     int32_t result;
-  } cases[] = {{small, 100, 181, "45200", "44614800", 3},
-               {small, 100, 182, "45200", "45723200", 4},
-               {small, 100, 18, "45200", "45723200", 4},
-               {small, -1, 0, "128", "256", 3},
-               // 1000 times the level would call this a change.
-               {large, 200, 210, "25959200", "52672667200", 3},
-               {large, 200, 218, "25959200", "170659441728", 4}};
+  } cases[] = {{small, 100, 181, 0, 0, "45200", "44614800", 3},
+               {small, 100, 182, 0, 0, "45200", "45723200", 4},
+               {small, 100, 18, 0, 0, "45200", "45723200", 4},
+               {small, -1, 0, 0, 0, "128", "256", 3},
+               {large, -2, 170, 132327, 67007, "22000000", "22000372978", 4},
+               {large, -2, 170, 298053, 232734, "22000001", "143000705565", 4},
+               {large, -2, 170, 132326, 67007, "22000001", "22000108325", 3}};
   for (const auto &c : cases) {
-    SCOPED_TRACE(::testing::Message() << c.g.height << " " << int{c.frame});
+    SCOPED_TRACE(::testing::Message() << c.g.height << " " << int{c.frame} << " " << c.a);
+    const PackedFrame frame(c.g, c.frame);
     BlockFeatureSet base{};
     double score = 0.0;
-    if (c.base < 0) {
+    if (c.base == -1) {
       for (BlockFeature &b : base.block) b.sample_sum = 2.7;
+    } else if (c.base == -2) {
+      calc_feature_quality_with_sub(&base, 1, frame.data(), c.g.height, c.g.width,
+                                    c.g.stride);
+      base.block[0].sample_sum -= c.a;
+      base.block[2].sample_sum += c.b;
     } else {
       EXPECT_EQ(compare(PackedFrame(c.g, static_cast<uint8_t>(c.base)), &score,
                         &base),
                 4);
     }
     test::LogCapture log;
-    EXPECT_EQ(compare(PackedFrame(c.g, c.frame), &score, &base), c.result);
+    EXPECT_EQ(compare(frame, &score, &base), c.result);
     EXPECT_EQ(log.texts("QLIS-I").at(1), std::string("\nondasi feature iso0 ") +
                                              c.iso0 + " \nondasi iso2 " +
                                              c.iso2);

