@@ -32,6 +32,8 @@ TEST(Raw10Metric, ClampAndDistanceSelectTheSamples) {
       // Half-rows 0..8 pull in to 8 - 1 - 1 = 6, groups 0..4 to 2: the
       // edge loses two of each. 12 samples of 3^2 + 10^2 = 109 (or 13).
       {0, 16, 0, 16, 1, 12 * 109, 12 * 13},
+      // One half-row short of the edge is pulled in too.
+      {0, 14, 0, 16, 1, 12 * 109, 12 * 13},
       // Distance 2: half-rows to 5, groups to 1; 5 samples of 6^2 + 20^2.
       {0, 16, 0, 16, 2, 5 * 436, 12 * 13},
       // Half-rows 1..5, group 1, away from the edges.
