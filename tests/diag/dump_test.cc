@@ -1,11 +1,9 @@
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <vector>
 
-#include "diag/dump.h"
 #include "ql_is/ql_is.h"
 #include "support/host_hooks.h"
 
@@ -25,72 +23,57 @@ std::vector<uint8_t> pattern(size_t n) {
   return v;
 }
 
-TEST(SaveToFile, ComposesPathWithBlankBeforeOneDigitIndex) {
-  char path[qlis::kDumpPathCapacity];
-  qlis::compose_dump_path(path, 3000, 4000, 5000, 15, 7);
-  EXPECT_STREQ(path, "/sdcard/DCIM/qlfd/4000X3000_stride5000_fmt15_index 7.yuv");
-  qlis::compose_dump_path(path, 1080, 1920, 2048, 10, 1234);
-  EXPECT_STREQ(path, "/data/misc/camera/qlas/1920X1080_stride2048_fmt10_index1234.yuv");
-}
-
-TEST(SaveToFile, WritesHeightTimesStrideForPaddedFormatsAndLogs) {
-  ScopedFsRoot root;
-  root.make_dirs("/sdcard/DCIM/qlfd");
-  LogCapture log;
-  const auto frame = pattern(6 * 20);
-  for (int format : {13, 15}) {
-    ASSERT_EQ(1, save_to_file(frame.data(), 6, 16, 20, format, 3));
-  }
-  EXPECT_EQ(read_file(root.path() + "/sdcard/DCIM/qlfd/16X6_stride20_fmt15_index 3.yuv"),
-            frame);
-  EXPECT_EQ(read_file(root.path() + "/sdcard/DCIM/qlfd/16X6_stride20_fmt13_index 3.yuv"),
-            frame);
-  const std::vector<std::string> info = log.texts("QLIS-I");
-  ASSERT_EQ(info.size(), 4u);
-  EXPECT_EQ(info[0],
-            "Vrel qlis mode dump file name /sdcard/DCIM/qlfd/16X6_stride20_fmt13_index 3.yuv\n");
-  EXPECT_EQ(info[1], "save_to_file X\n");
-  for (const auto &line : log.lines()) EXPECT_EQ(line.priority, 6);
-}
-
-TEST(SaveToFile, OtherFormatsWriteHeightTimesWidthAndFormatTenGoesToCameraData) {
+// Padded formats (13, 15) are written with their padding, height x stride
+// bytes; the others height x width. Format 10 goes to the camera's data
+// folder; a one-digit index gets printf's leading blank.
+TEST(SaveToFile, WritesEachFormatWhereAndAsItsNameSays) {
   ScopedFsRoot root;
   root.make_dirs("/sdcard/DCIM/qlfd");
   root.make_dirs("/data/misc/camera/qlas");
   const auto frame = pattern(6 * 20);
-  ASSERT_EQ(1, save_to_file(frame.data(), 6, 16, 20, 10, 12));
-  ASSERT_EQ(1, save_to_file(frame.data(), 6, 16, 20, 12, 12));
   const std::vector<uint8_t> rows(frame.begin(), frame.begin() + 6 * 16);
-  EXPECT_EQ(read_file(root.path() + "/data/misc/camera/qlas/16X6_stride20_fmt10_index12.yuv"),
-            rows);
-  EXPECT_EQ(read_file(root.path() + "/sdcard/DCIM/qlfd/16X6_stride20_fmt12_index12.yuv"), rows);
+  const struct {
+    int32_t format, index;
+    const char *path;
+    bool padded;
+  } cases[] = {
+      {15, 3, "/sdcard/DCIM/qlfd/16X6_stride20_fmt15_index 3.yuv", true},
+      {13, 3, "/sdcard/DCIM/qlfd/16X6_stride20_fmt13_index 3.yuv", true},
+      {12, 12, "/sdcard/DCIM/qlfd/16X6_stride20_fmt12_index12.yuv", false},
+      {10, 1234, "/data/misc/camera/qlas/16X6_stride20_fmt10_index1234.yuv",
+       false},
+  };
+  for (const auto &c : cases) {
+    LogCapture log;
+    ASSERT_EQ(1, save_to_file(frame.data(), 6, 16, 20, c.format, c.index));
+    EXPECT_EQ(read_file(root.path() + c.path), c.padded ? frame : rows) << c.path;
+    EXPECT_EQ(log.texts("QLIS-I"),
+              (std::vector<std::string>{
+                  std::string("Vrel qlis mode dump file name ") + c.path + "\n",
+                  "save_to_file X\n"}));
+    for (const auto &line : log.lines()) EXPECT_EQ(line.priority, 6);
+  }
 }
 
+// The writer creates no folder; dumpYUV writes `size` bytes and says
+// nothing when it cannot.
 TEST(SaveToFile, RefusesNullDataAndReportsUnopenableFile) {
   ScopedFsRoot root;
   LogCapture log;
   EXPECT_EQ(0, save_to_file(nullptr, 2, 2, 2, 15, 1));
-  const auto frame = pattern(8);
-  // The directory is not created by the writer.
-  EXPECT_EQ(0, save_to_file(frame.data(), 2, 4, 4, 15, 1));
-  EXPECT_TRUE(root.files().empty());
-  const std::vector<std::string> errors = log.texts("QLIS-E");
-  ASSERT_EQ(errors.size(), 2u);
-  EXPECT_EQ(errors[0], "data addr is null\n");
-  EXPECT_EQ(errors[1], "can not open file: /sdcard/DCIM/qlfd/4X2_stride4_fmt15_index 1.yuv\n");
-}
-
-TEST(DumpYuv, WritesSizeBytesAndIgnoresUnopenablePaths) {
-  ScopedFsRoot root;
-  root.make_dirs("/sdcard");
   const auto frame = pattern(1000);
-  dumpYUV(frame.data(), 999, "/sdcard/x_qlas_prv_5_4x3.raw");
-  const auto written = read_file(root.path() + "/sdcard/x_qlas_prv_5_4x3.raw");
-  EXPECT_EQ(written, std::vector<uint8_t>(frame.begin(), frame.begin() + 999));
-  LogCapture log;
+  EXPECT_EQ(0, save_to_file(frame.data(), 2, 4, 4, 15, 1));
   dumpYUV(frame.data(), 10, "/no/such/dir/file.raw");
-  EXPECT_TRUE(log.lines().empty());
-  EXPECT_EQ(root.files(), std::vector<std::string>{"/sdcard/x_qlas_prv_5_4x3.raw"});
+  EXPECT_TRUE(root.files().empty());
+  EXPECT_EQ(log.texts("QLIS-E"),
+            (std::vector<std::string>{
+                "data addr is null\n",
+                "can not open file: /sdcard/DCIM/qlfd/4X2_stride4_fmt15_index 1.yuv\n"}));
+  EXPECT_EQ(log.lines().size(), 3u);
+  root.make_dirs("/sdcard");
+  dumpYUV(frame.data(), 999, "/sdcard/x_qlas_prv_5_4x3.raw");
+  EXPECT_EQ(read_file(root.path() + "/sdcard/x_qlas_prv_5_4x3.raw"),
+            std::vector<uint8_t>(frame.begin(), frame.begin() + 999));
 }
 
 }  // namespace
