@@ -1,12 +1,15 @@
-// Frames, block arguments and record comparisons shared by the feature and
-// metrics tests.
+// Frames, block arguments, record comparisons and the NEON-against-portable
+// harness shared by the feature and metrics tests.
 #pragma once
+
+#include <gtest/gtest.h>
 
 #include <bit>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <ostream>
 #include <random>
 #include <vector>
 
@@ -80,40 +83,7 @@ BlockArgs block_args(const Frame &f, BlockRect r, int32_t dist = 1,
   return block_args(f.data(), f.geometry(), r, dist, stats_flag, gradient_flag);
 }
 
-// The flag pairs the twins are compared under: the three that compute and
-// two that do not.
-inline constexpr int32_t kTwinFlagPairs[5][2] = {
-    {1, 1}, {1, 0}, {0, 1}, {0, 0}, {2, 1}};
-
-// The whole frame and `count` random rectangles, whose ends may lie past
-// the frame's.
-inline std::vector<BlockRect> twin_rects(Geometry g, int count, uint32_t seed) {
-  std::mt19937 engine(seed);
-  const auto pick = [&](int32_t hi) {
-    return std::uniform_int_distribution<int32_t>(0, hi)(engine);
-  };
-  std::vector<BlockRect> rects = {{0, g.height, 0, g.width}};
-  for (int k = 0; k < count; ++k) {
-    const int32_t row = pick(g.height);
-    const int32_t col = pick(g.width);
-    rects.push_back(
-        {row, row + pick(g.height + 8), col, col + pick(g.width + 16)});
-  }
-  return rects;
-}
-
-// A copy of the first `bytes` bytes of a frame, ending a page: a kernel
-// that reads past the last byte its block needs crashes. A block that
-// reads nothing gets one byte.
-template <typename Frame>
-std::unique_ptr<PageEndBuffer> cut_after(const Frame &frame, size_t bytes) {
-  auto cut = std::make_unique<PageEndBuffer>(bytes == 0 ? 1 : bytes);
-  if (bytes != 0) std::memcpy(cut->data(), frame.data(), bytes);
-  return cut;
-}
-
-// One past the last byte of a RAW10 block's samples: sample rows i0..last_row
-// and groups g0..last_group of them (the gradient's neighbours included).
+// One past the last byte of RAW10 sample (row pair, group).
 inline size_t raw10_end_of_reads(int32_t stride, int32_t last_row,
                                  int32_t last_group) {
   return 2 * static_cast<size_t>(last_row) * static_cast<size_t>(stride) +
@@ -153,6 +123,82 @@ inline bool same_fields(const BlockFeature &got, const BlockFeature &want) {
 // Blocks (r, c) with r + c even.
 inline bool on_checkerboard(int block) {
   return (block / 8 + block % 8) % 2 == 0;
+}
+
+// A frame the two kernels are compared on: random bytes, flat at `fill`
+// (flat extremes fill the narrow vector lanes fastest) or 0/255 samples
+// (the largest gradients, energies that wrap), over the whole frame and
+// `trials` random rectangles at neighbour distance `dist`.
+inline constexpr int kRandom = -1, kChecker = -2;
+
+struct TwinCase {
+  Geometry g;
+  int fill;
+  int32_t dist;
+  int trials;
+};
+
+inline void PrintTo(const TwinCase &c, std::ostream *os) {
+  *os << c.g.height << "x" << c.g.width << "/" << c.g.stride << " fill "
+      << c.fill << " dist " << c.dist;
+}
+
+// Random frames of awkward geometry at dist 1, then `extra`.
+inline std::vector<TwinCase> twin_cases(std::vector<TwinCase> extra) {
+  std::vector<TwinCase> cases;
+  for (const Geometry &g : awkward_raw10_geometries()) {
+    cases.push_back({g, kRandom, 1, 12});
+  }
+  cases.insert(cases.end(), extra.begin(), extra.end());
+  return cases;
+}
+
+// The case's frame with `below` more rows, for lower neighbours that
+// reach past the frame.
+inline PackedFrame twin_frame(const TwinCase &c, int32_t below = 0) {
+  const Geometry held{c.g.height + below, c.g.width, c.g.stride};
+  const auto seed = static_cast<uint32_t>(c.g.width + c.dist);
+  if (c.fill == kRandom) return PackedFrame(held, Noise{seed});
+  PackedFrame f(held, static_cast<uint8_t>(c.fill < 0 ? 0 : c.fill));
+  if (c.fill == kChecker) f.samples(checker_0_255);
+  return f;
+}
+
+// For the whole frame and the case's random rectangles, whose ends may lie
+// past the frame's, under every flag pair (the three that compute and two
+// that do not): run(neon, args) of the NEON kernel, given a copy of the
+// frame that ends with the last byte the block needs (end(args), 0 for
+// nothing) so that reading one byte further crashes, must equal the
+// portable kernel's bit for bit.
+template <typename Run, typename End>
+void expect_twins_agree(const TwinCase &c, const PackedFrame &frame, Run run,
+                        End end) {
+  std::mt19937 engine(static_cast<uint32_t>(c.g.height + c.trials));
+  const auto pick = [&](int32_t hi) {
+    return std::uniform_int_distribution<int32_t>(0, hi)(engine);
+  };
+  const int32_t kFlagPairs[5][2] = {{1, 1}, {1, 0}, {0, 1}, {0, 0}, {2, 1}};
+  for (int trial = 0; trial <= c.trials; ++trial) {
+    const int32_t row = trial == 0 ? 0 : pick(c.g.height);
+    const int32_t col = trial == 0 ? 0 : pick(c.g.width);
+    const BlockRect rect =
+        trial == 0 ? BlockRect{0, c.g.height, 0, c.g.width}
+                   : BlockRect{row, row + pick(c.g.height + 8), col,
+                               col + pick(c.g.width + 16)};
+    for (const auto &[stats, gradient] : kFlagPairs) {
+      BlockArgs args = block_args(frame.data(), c.g, rect, c.dist, stats,
+                                  gradient);
+      const auto portable = run(false, args);
+      const size_t needed = end(args);
+      PageEndBuffer cut(needed == 0 ? 1 : needed);
+      std::memcpy(cut.data(), frame.data(), needed);
+      args.data = cut.data();
+      ASSERT_TRUE(same_bytes(portable, run(true, args)))
+          << "rows " << rect.row_begin << ".." << rect.row_end << " cols "
+          << rect.col_begin << ".." << rect.col_end << " flags " << stats
+          << gradient;
+    }
+  }
 }
 
 }  // namespace qlis::test

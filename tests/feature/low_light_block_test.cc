@@ -41,27 +41,12 @@ int64_t exported(const LowLightBlockOutputs &o, const LowLightBlockArgs &a) {
       a.stride, a.stats_flag, a.gradient_flag);
 }
 
-// The exported entry point and both kernels: the hand-built cases run
-// through each.
-struct Twin {
-  const char *name;
-  Extractor fn;
-};
-
-void PrintTo(const Twin &t, std::ostream *os) { *os << t.name; }
-
-std::vector<Twin> extractors() {
-  std::vector<Twin> all = {{"exported", &exported},
-                           {"portable", &portable::low_light_block_features}};
-#if QLIS_HAVE_NEON
-  all.push_back({"neon", &neon::low_light_block_features});
-#endif
-  return all;
-}
-
-class LowLightBlock : public ::testing::TestWithParam<Twin> {};
-INSTANTIATE_TEST_SUITE_P(Twins, LowLightBlock,
-                         ::testing::ValuesIn(extractors()));
+// The hand-built cases run through the portable kernel and the exported
+// entry point (the NEON kernel where there is one).
+class LowLightBlock : public ::testing::TestWithParam<Extractor> {};
+INSTANTIATE_TEST_SUITE_P(Kernels, LowLightBlock,
+                         ::testing::Values(&exported,
+                                           &portable::low_light_block_features));
 
 // Two visited samples, s(0, 0) = 10 and s(0, 1) = 230, in a frame that
 // holds the neighbours of both distances: one group right and two row
@@ -76,7 +61,7 @@ TEST_P(LowLightBlock, CountsDifferencesAndStatisticsOfHandBuiltSamples) {
                                     {5, 50, 55, 130, 25, 155}};
   for (int32_t dist : {1, 2}) {
     Results r;
-    EXPECT_EQ(GetParam().fn(r.outputs(), block_args(f, {0, 4, 0, 8}, dist)), 0);
+    EXPECT_EQ(GetParam()(r.outputs(), block_args(f, {0, 4, 0, 8}, dist)), 0);
     DiffHistogram want = {};
     for (int bin : bins[dist - 1]) want.count[bin] = 1;
     EXPECT_TRUE(test::same_bytes(r.hist, want)) << "dist " << dist;
@@ -141,7 +126,7 @@ TEST_P(LowLightBlock, VisitsEverySecondRowPairAndCountsThreeDifferences) {
     DiffHistogram want = r.hist;
     want.count[0] = static_cast<int32_t>(uint32_t{INT32_MAX} + c.bin0);
     want.count[2] = c.bin2;
-    EXPECT_EQ(GetParam().fn(r.outputs(),
+    EXPECT_EQ(GetParam()(r.outputs(),
                             block_args(f, c.rect, 1, c.stats, c.gradient)),
               0);
     EXPECT_TRUE(test::same_bytes(r.hist, want));
@@ -167,7 +152,7 @@ TEST_P(LowLightBlock, EmptyBlockReturnsMinusOneAndZeroesOnlyMeanAndDeviation) {
     Results r;
     r.hist.count[0] = 3;
     const DiffHistogram before = r.hist;
-    EXPECT_EQ(GetParam().fn(r.outputs(), block_args(f, rect)), -1);
+    EXPECT_EQ(GetParam()(r.outputs(), block_args(f, rect)), -1);
     EXPECT_TRUE(r.mean == 0.0 && r.dev == 0.0);
     EXPECT_TRUE(r.cv == kUntouched && r.bright == kUntouched &&
                 r.dark == kUntouched);
@@ -175,39 +160,11 @@ TEST_P(LowLightBlock, EmptyBlockReturnsMinusOneAndZeroesOnlyMeanAndDeviation) {
     LowLightBlockOutputs no_mean = r.outputs();
     no_mean.mean = nullptr;
     no_mean.deviation = nullptr;
-    EXPECT_EQ(GetParam().fn(no_mean, block_args(f, rect)), -1);
+    EXPECT_EQ(GetParam()(no_mean, block_args(f, rect)), -1);
   }
 }
 
 #if QLIS_HAVE_NEON
-// A frame for the twins: random bytes, or flat at `fill` (extreme flat
-// blocks fill the narrow vector lanes fastest, so a block of many rows must
-// be flushed in time), compared on the whole frame and `trials` random
-// rectangles.
-struct TwinCase {
-  Geometry g;
-  int fill;  // < 0: random bytes
-  int32_t dist;
-  int trials;
-};
-
-void PrintTo(const TwinCase &c, std::ostream *os) {
-  *os << c.g.height << "x" << c.g.width << "/" << c.g.stride << " fill "
-      << c.fill << " dist " << c.dist;
-}
-
-std::vector<TwinCase> twin_cases() {
-  std::vector<Geometry> random = test::awkward_raw10_geometries();
-  random.push_back({20, 8400, 10500});  // rows of several spans
-  std::vector<TwinCase> cases;
-  for (const Geometry &g : random) cases.push_back({g, -1, 1, 40});
-  for (int v : {0, 255}) cases.push_back({{1030, 1024, 1280}, v, 1, 0});
-  for (int32_t d : {2, 64, 65}) cases.push_back({{360, 1300, 1700}, -1, d, 3});
-  // Beyond the line buffers' reach a full span must take the portable path.
-  cases.push_back({{360, 4600, 5750}, -1, 100, 1});
-  return cases;
-}
-
 // One past the last byte a block reads: the last visited row pair, or the
 // one 2 dist row pairs below it with the differences, whose samples are
 // gathered one group beyond the block at dist 1 to serve as the next row.
@@ -223,44 +180,37 @@ size_t end_of_reads(const LowLightBlockArgs &a) {
                            : 0;
 }
 
-class LowLightBlockTwins : public ::testing::TestWithParam<TwinCase> {};
+class LowLightBlockTwins : public ::testing::TestWithParam<test::TwinCase> {};
 
-// Every flag pair, the neon kernel on a copy of the frame that ends with
-// the last byte the block reads; histograms preset to noise; whole records
-// compared by bit pattern, so that NaN matches NaN.
+// Histograms preset to the same noise for both; callers provide the
+// dist - 1 row pairs below the frame that the lower neighbours reach.
 TEST_P(LowLightBlockTwins, NeonMatchesPortable) {
-  const TwinCase &c = GetParam();
-  const uint32_t seed = static_cast<uint32_t>(c.g.width + c.dist);
-  // Callers provide the dist - 1 row pairs below the frame that the lower
-  // neighbours reach.
-  const Geometry held{c.g.height + 2 * (c.dist - 1), c.g.width, c.g.stride};
-  const PackedFrame frame =
-      c.fill < 0 ? PackedFrame(held, test::Noise{seed})
-                 : PackedFrame(held, static_cast<uint8_t>(c.fill));
-  std::mt19937 engine(seed);
-  for (const BlockRect &rect : test::twin_rects(c.g, c.trials, seed)) {
-    for (const auto [stats, gradient] : test::kTwinFlagPairs) {
-      Results a;
-      for (int32_t &count : a.hist.count)
-        count = static_cast<int32_t>(engine());
-      Results b = a;
-      LowLightBlockArgs args =
-          block_args(frame.data(), c.g, rect, c.dist, stats, gradient);
-      const int64_t portable = portable::low_light_block_features(a.outputs(), args);
-      const size_t needed = end_of_reads(args);
-      const auto cut = test::cut_after(frame, needed);
-      args.data = cut->data();
-      EXPECT_EQ(portable, neon::low_light_block_features(b.outputs(), args));
-      ASSERT_TRUE(test::same_bytes(a, b))
-          << "rows " << rect.row_begin << ".." << rect.row_end << " cols "
-          << rect.col_begin << ".." << rect.col_end << " flags " << stats
-          << gradient;
+  const auto run = [](bool neon, const LowLightBlockArgs &a) {
+    Results r;
+    for (int32_t k = 0; k < 256; ++k) {
+      r.hist.count[k] = static_cast<int32_t>((k + a.row_begin) * 2654435761u);
     }
-  }
+    (neon ? neon::low_light_block_features
+          : portable::low_light_block_features)(r.outputs(), a);
+    return r;
+  };
+  const test::TwinCase &c = GetParam();
+  test::expect_twins_agree(c, test::twin_frame(c, 2 * (c.dist - 1)), run,
+                           end_of_reads);
 }
 
-INSTANTIATE_TEST_SUITE_P(Frames, LowLightBlockTwins,
-                         ::testing::ValuesIn(twin_cases()));
+// Besides the awkward geometries: rows of several spans, flat extremes over
+// enough rows to flush the narrow lanes, distances up to the line buffers'
+// reach and beyond it, where a full span must take the portable path.
+INSTANTIATE_TEST_SUITE_P(
+    Frames, LowLightBlockTwins,
+    ::testing::ValuesIn(test::twin_cases({{{20, 8400, 10500}, test::kRandom, 1, 12},
+                                          {{1030, 1024, 1280}, 0, 1, 0},
+                                          {{1030, 1024, 1280}, 255, 1, 0},
+                                          {{360, 1300, 1700}, test::kRandom, 2, 3},
+                                          {{360, 1300, 1700}, test::kRandom, 64, 3},
+                                          {{360, 1300, 1700}, test::kRandom, 65, 3},
+                                          {{360, 4600, 5750}, test::kRandom, 100, 1}})));
 #endif
 
 }  // namespace

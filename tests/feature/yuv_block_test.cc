@@ -2,9 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <array>
 #include <cstring>
-#include <random>
 #include <vector>
 
 #include "feature/feature_frames.h"
@@ -119,59 +118,39 @@ TEST(YuvBlock, EmptyBlockZeroesBothCellsAndFails) {
 }
 
 #if QLIS_HAVE_NEON
-// Bytes up to the lower neighbour of the block's last sample row, so that
-// the buffer can end right after them.
-size_t bytes_read(YuvBlockArgs a) {
+// Bytes up to the lower neighbour of the block's last sample row.
+size_t end_of_reads(YuvBlockArgs a) {
   clamp_yuv_block(a);
-  if (yuv_block_is_empty(a) || !yuv_flags_valid(a)) return 1;
+  if (yuv_block_is_empty(a) || !yuv_flags_valid(a)) return 0;
   const int64_t last_row = a.row_begin + (a.row_end - 1 - a.row_begin) / 4 * 4;
-  return static_cast<size_t>((last_row + a.dist) * a.stride + a.col_end + a.dist);
+  return static_cast<size_t>((last_row + a.dist) * a.stride + a.col_end +
+                             a.dist);
 }
 
-// Widths around the 64- and 32-byte load steps, padded strides, tiny
-// planes; random blocks, distances and flag pairs, each in a buffer that
-// ends with the last byte the block may read.
-TEST(YuvBlockTwins, NeonMatchesPortableWithinTheBlocksBytes) {
-  const Geometry kPlanes[] = {
-      {1, 1, 1},      {3, 5, 5},      {9, 9, 16},      {17, 63, 63},
-      {20, 64, 64},   {21, 65, 67},   {33, 127, 128},  {40, 130, 130},
-      {57, 200, 203}, {64, 257, 257}, {100, 640, 641}, {135, 1922, 1924},
+class YuvBlockTwins : public ::testing::TestWithParam<TwinCase> {};
+
+TEST_P(YuvBlockTwins, NeonMatchesPortable) {
+  const auto run = [](bool neon, const YuvBlockArgs &a) {
+    std::array<uint64_t, 3> r = {kSentinel, kSentinel, 0};
+    r[2] = (neon ? neon::yuv_block_features : portable::yuv_block_features)(
+        &r[0], &r[1], a);
+    return r;
   };
-  const int32_t kDists[] = {1, 1, 1, 0, 2, 3};
-  std::mt19937 engine(20240611);
-  for (const Geometry &g : kPlanes) {
-    SCOPED_TRACE(::testing::Message()
-                 << g.height << "x" << g.width << "/" << g.stride);
-    const RandomFrame master(g, engine());
-    std::uniform_int_distribution<int32_t> row(0, g.height + 2);
-    std::uniform_int_distribution<int32_t> col(0, g.width + 2);
-    std::uniform_int_distribution<size_t> pick(0, 5);
-    for (int trial = 0; trial < 60; ++trial) {
-      const int32_t *flags = kTwinFlagPairs[trial % 5];
-      // The first trials take the whole plane, clamped at both far edges.
-      const BlockRect rect =
-          trial < 6 ? BlockRect{0, g.height, 0, g.width}
-                    : BlockRect{std::max(0, row(engine) - 2), row(engine),
-                                std::max(0, col(engine) - 2), col(engine)};
-      YuvBlockArgs a =
-          block_args(nullptr, g, rect, trial < 6 ? 1 : kDists[pick(engine)],
-                     flags[0], flags[1]);
-      const size_t readable = bytes_read(a);
-      PageEndBuffer buffer(readable);
-      std::memcpy(buffer.data(), master.data(),
-                  std::min(readable, static_cast<size_t>(g.height) * g.stride));
-      a.data = buffer.data();
-
-      uint64_t sum_p = kSentinel, aux_p = kSentinel;
-      uint64_t sum_n = kSentinel, aux_n = kSentinel;
-      const uint64_t result_p = portable::yuv_block_features(&sum_p, &aux_p, a);
-      const uint64_t result_n = neon::yuv_block_features(&sum_n, &aux_n, a);
-      ASSERT_TRUE(result_n == result_p && sum_n == sum_p && aux_n == aux_p)
-          << "trial " << trial;
-    }
-  }
+  expect_twins_agree(GetParam(), twin_frame(GetParam()), run, end_of_reads);
 }
 
+// Planes whose widths lie around the 64- and 32-byte load steps, padded
+// strides, and the distances that take the portable path.
+INSTANTIATE_TEST_SUITE_P(
+    Planes, YuvBlockTwins,
+    ::testing::ValuesIn(twin_cases({{{17, 63, 63}, kRandom, 1, 40},
+                                    {{20, 64, 64}, kRandom, 1, 40},
+                                    {{21, 65, 67}, kRandom, 1, 40},
+                                    {{33, 127, 128}, kRandom, 1, 40},
+                                    {{64, 257, 257}, kRandom, 1, 40},
+                                    {{135, 1922, 1924}, kRandom, 1, 40},
+                                    {{57, 200, 203}, kRandom, 0, 12},
+                                    {{100, 640, 641}, kRandom, 2, 12}})));
 #endif  // QLIS_HAVE_NEON
 
 }  // namespace
