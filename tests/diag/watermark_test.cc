@@ -18,9 +18,26 @@ std::string table_row(int g, int r) {
   return art;
 }
 
-// Every cell is ink or background; three glyphs drawn by hand.
+// Every cell is ink or background; three glyphs drawn by hand, and every
+// glyph's rows read as 9-bit numbers (the leftmost cell the top bit) and
+// summed with weights 1 to 8 down the glyph: worked out from the font's
+// drawings, one number per glyph, so that a glyph in another's place shows.
 TEST(WaterFont, HoldsOnlyInkAndBackgroundAndTheDrawnGlyphs) {
   for (uint8_t cell : water) ASSERT_LE(cell, 1);
+  const int kWeightedRows[38] = {
+      6462,  2688,  4818,  3212,  4350,  4474,  8492,  2158, 5176, 3006,
+      8579,  15481, 9832,  15624, 15471, 14959, 9843,  15048, 6111, 2311,
+      14997, 14847, 15080, 14760, 9864,  14467, 9896,  15199, 7061, 1651,
+      7299,  5638,  10969, 6741,  2787,  6910,  2286,  1176};
+  for (int g = 0; g < 38; ++g) {
+    int weighted = 0;
+    for (int r = 0; r < 8; ++r) {
+      int bits = 0;
+      for (char c : table_row(g, r)) bits = 2 * bits + (c == '#' ? 1 : 0);
+      weighted += (r + 1) * bits;
+    }
+    EXPECT_EQ(weighted, kWeightedRows[g]) << "glyph " << g;
+  }
   const std::pair<int, std::vector<std::string>> drawn[] = {
       {0,
        {"..#####..", ".##...##.", ".##...##.", ".##...##.", ".##...##.",
