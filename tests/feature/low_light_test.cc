@@ -1,0 +1,266 @@
+// The low-light RAW10 block extractor and its frame driver.
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cmath>
+#include <functional>
+#include <vector>
+
+#include "feature/feature_frames.h"
+#include "feature/low_light_block.h"
+#include "feature/low_light_frame.h"
+
+namespace qlis::test {
+namespace {
+
+using Extractor = int64_t (*)(const LowLightBlockOutputs &,
+                              const LowLightBlockArgs &);
+
+constexpr double kX = 7.5;  // no computation produces it
+
+struct Results {
+  double mean = kX, dev = kX, cv = kX, bright = kX, dark = kX;
+  DiffHistogram hist = {};
+  LowLightBlockOutputs outputs() {
+    return {&mean, &dev, &cv, &bright, &dark, &hist};
+  }
+};
+
+int64_t exported(const LowLightBlockOutputs &o, const LowLightBlockArgs &a) {
+  return image_feature_quality_for_raw_10bit_continuous_2_low_light_4(
+      o.mean, o.deviation, o.variation, o.bright, o.dark, o.diff_hist, a.data,
+      a.row_begin, a.row_end, a.col_begin, a.col_end, a.dist, a.height, a.width,
+      a.stride, a.stats_flag, a.gradient_flag);
+}
+
+// The hand-built cases run through the portable kernel and the exported
+// entry point (the NEON kernel where there is one).
+class LowLightBlock : public ::testing::TestWithParam<Extractor> {};
+INSTANTIATE_TEST_SUITE_P(Kernels, LowLightBlock,
+                         ::testing::Values(&exported,
+                                           &portable::low_light_block_features));
+
+// Two visited samples, s(0, 0) = 10 and s(0, 1) = 230, in a frame that
+// holds the neighbours of both distances: one group right and two row
+// pairs down (h = 230, 5; v = 200, 0), or two groups right and four row
+// pairs down (h = 5, 100; v = 60, 255). Row pair 1 is never visited.
+// Differences |h - s|, |v - s|, |h - v| by hand; N = 2, sum 240, sum of
+// squares 100 + 52900.
+TEST_P(LowLightBlock, CountsDifferencesAndStatisticsOfHandBuiltSamples) {
+  const uint8_t s[5][5] = {{10, 230, 5, 100}, {99}, {200, 0}, {}, {60, 255}};
+  PackedFrame f({10, 20, 25}, 0);
+  f.samples([&](int32_t i, int32_t g) { return s[i][g]; });
+  const std::vector<int> bins[2] = {{220, 190, 30, 225, 230, 5},
+                                    {5, 50, 55, 130, 25, 155}};
+  for (int32_t dist : {1, 2}) {
+    Results r;
+    EXPECT_EQ(GetParam()(r.outputs(), block_args(f, {0, 4, 0, 8}, dist)), 0);
+    DiffHistogram want = {};
+    for (int bin : bins[dist - 1]) want.count[bin] = 1;
+    EXPECT_TRUE(same_bytes(r.hist, want)) << "dist " << dist;
+    EXPECT_TRUE(r.mean == 120.0 && r.dev == (53000.0 - 14400.0) * 2.0);
+    EXPECT_EQ(r.cv, std::sqrt(26500.0 - 14400.0) / 120.0);
+    EXPECT_TRUE(r.bright == 0.5 && r.dark == 0.5);
+  }
+}
+
+// A 40 x 64 frame (20 row pairs, 16 groups) whose samples depend on the
+// row pair i or the group g, every value worked out by hand. The deviation
+// is (sum of squares - mean^2) N, not a variance; bin 0 starts at
+// INT32_MAX, so the difference counts wrap. Empty blocks (row pairs 4..4,
+// or emptied by the clamp) zero only the mean and deviation.
+TEST_P(LowLightBlock, VisitsEverySecondRowPairAndCountsThreeDifferences) {
+  const auto flat = [](int v) { return [v](int32_t, int32_t) { return v; }; };
+  const auto ramp = [](int32_t i, int32_t) { return 10 + i; };
+  const auto thresholds = [](int32_t, int32_t g) {
+    const int v[4] = {59, 60, 195, 196};
+    return v[g % 4];
+  };
+  const struct {
+    std::function<int(int32_t, int32_t)> value;
+    BlockRect rect;
+    int32_t stats, gradient;
+    int64_t ret;
+    double mean, dev, cv, bright, dark;
+    int32_t bin0, bin2;  // added to bins 0 and 2
+  } cases[] = {
+      // Row pairs 0, 2, 4, 6 of 0..7 by groups 0..7: N = 32; every flag pair.
+      {flat(77), {0, 16, 0, 32}, 1, 1, 0, 77, (189728.0 - 5929) * 32, 0, 0, 0,
+       96, 0},
+      {flat(77), {0, 16, 0, 32}, 1, 0, 0, 77, (189728.0 - 5929) * 32, 0, 0, 0,
+       0, 0},
+      {flat(77), {0, 16, 0, 32}, 0, 1, 0, 0, 0, kX, 0, 0, 96, 0},
+      {flat(77), {0, 16, 0, 32}, 2, 2, 0, 0, 0, kX, 0, 0, 0, 0},
+      // Both sides of both thresholds, a quarter each: mean 127.5.
+      {thresholds, {0, 16, 0, 32}, 1, 0, 0, 127.5,
+       (8 * 83522.0 - 16256.25) * 32, std::sqrt(83522.0 / 4 - 16256.25) / 127.5,
+       0.25, 0.25, 0, 0},
+      // Row pairs 0..2 visit 0 and 2 (an odd count counts its last one):
+      // values 10 and 12 by 4 groups, N = 8, v two row pairs down is 2 more.
+      {ramp, {0, 6, 0, 16}, 1, 1, 0, 11, (976.0 - 121) * 8, 1.0 / 11, 0, 1, 8,
+       16},
+      // Odd pixel rows round down to row pairs 1..4: visits 1 and 3.
+      {ramp, {3, 9, 0, 16}, 1, 0, 0, 12, (4 * 121.0 + 4 * 169 - 144) * 8,
+       1.0 / 12, 0, 1, 0, 0},
+      // At the bottom right the clamp leaves row pairs 12..17 (visits 12,
+      // 14, 16) and groups 8..13: N = 18.
+      {flat(100), {24, 40, 32, 64}, 1, 1, 0, 100, (18e4 - 1e4) * 18, 0, 0, 0,
+       54, 0},
+      {flat(50), {8, 9, 0, 32}, 1, 1, -1, 0, 0, kX, kX, kX, 0, 0},
+      {flat(50), {0, 16, 56, 64}, 1, 1, -1, 0, 0, kX, kX, kX, 0, 0},
+      {flat(50), {36, 40, 0, 32}, 1, 1, -1, 0, 0, kX, kX, kX, 0, 0},
+  };
+  PackedFrame f({40, 64, 80}, 0);
+  for (const auto &c : cases) {
+    f.samples([&](int32_t i, int32_t g) { return uint8_t(c.value(i, g)); });
+    Results r;
+    r.hist.count[0] = INT32_MAX;
+    DiffHistogram want = r.hist;
+    want.count[0] = static_cast<int32_t>(uint32_t{INT32_MAX} + c.bin0);
+    want.count[2] = c.bin2;
+    const LowLightBlockArgs args = block_args(f, c.rect, 1, c.stats, c.gradient);
+    EXPECT_EQ(GetParam()(r.outputs(), args), c.ret);
+    EXPECT_TRUE(same_bytes(r.hist, want) && r.mean == c.mean &&
+                r.dev == c.dev && r.cv == c.cv && r.bright == c.bright &&
+                r.dark == c.dark)
+        << c.rect.row_begin << " " << c.rect.col_begin << " " << c.stats
+        << c.gradient << ": " << r.mean << " " << r.dev << " " << r.cv;
+    if (c.ret < 0) {  // null mean and deviation outputs are accepted
+      EXPECT_EQ(GetParam()({nullptr, nullptr, &r.cv, &r.bright, &r.dark,
+                            &r.hist},
+                           args),
+                -1);
+    }
+  }
+}
+
+// Histograms as a caller may hand them over: never cleared.
+std::vector<DiffHistogram> noise_histograms() {
+  std::vector<DiffHistogram> hists(64);
+  std::mt19937 engine(7);
+  for (DiffHistogram &h : hists) {
+    for (int32_t &c : h.count) c = static_cast<int32_t>(engine() >> 8);
+  }
+  return hists;
+}
+
+struct DriverRun {
+  BlockFeatureSet features = unwritten_records();
+  std::vector<DiffHistogram> hists = noise_histograms();
+  uint64_t value = 0;
+};
+
+DriverRun drive(const PackedFrame &f, uint32_t mode) {
+  DriverRun out;
+  const Geometry &g = f.geometry();
+  out.value = calc_feature_quality_with_sub_low_light(
+      &out.features, out.hists.data(), mode, f.data(), g.height, g.width,
+      g.stride);
+  return out;
+}
+
+// 80 x 160: blocks of 10 rows (row pairs 5r .. 5r + 4, visited 5r, 5r + 2,
+// 5r + 4) and 20 columns (groups 5c .. 5c + 4); the last block row keeps
+// row pairs 35..37 (visited 35, 37) and the last column groups 35..37.
+// Mode 1 computes statistics only, 2 histograms only.
+TEST(LowLightFrame, FlatFrameCountsThreeZeroDifferencesPerVisitedSample) {
+  const PackedFrame flat({80, 160, 200}, 100);
+  const std::vector<DiffHistogram> preset = noise_histograms();
+  for (uint32_t mode : {0u, 1u, 2u}) {
+    const DriverRun got = drive(flat, mode);
+    EXPECT_EQ(got.value, 0u) << mode;  // no empty block
+    for (int32_t b = 0; b < 64; ++b) {
+      const int32_t n = (b / 8 == 7 ? 2 : 3) * (b % 8 == 7 ? 3 : 5);
+      DiffHistogram want = preset[b];
+      if (mode != 1) want.count[0] += 3 * n;
+      EXPECT_TRUE(same_bytes(got.hists[b], want) &&
+                  same_fields(got.features.block[b],
+                              {mode == 2 ? 0.0 : 100.0, 0.0,
+                               mode == 2 ? 0.0 : (n * 1e4 - 1e4) * n, 0, 0, 0}))
+          << "block " << b << " mode " << mode;
+    }
+  }
+}
+
+// A frame of 24 x 64: block row 7 (row pairs 10..12 clamped to 10..10) and
+// block column 7 (groups 14..16 clamped to 14..14) are empty. Their -1
+// results are recorded, weighted 4 to 7 by row and by column, and taken
+// from the sum with the spread: S = -4 * 44 - 4 * 40 = -336, worked out
+// apart from the library. Statistics only (mode 1) returns 0 with the same
+// records. Below 8 rows or columns every block is empty: S = -44 * 44 =
+// -1936, Q = 252^2, mean = 2^58 - 31, mean^2 = 2^59 + 961 (mod 2^64), so
+// the value is 2^64 - 1936 - ((2^64 - 2^59 + 31) >> 28).
+TEST(LowLightFrame, EmptyBlocksRecordMinusOneAndWeighAgainstTheSum) {
+  const PackedFrame frame({24, 64, 80}, Noise{5});
+  const DriverRun full = drive(frame, 0);
+  EXPECT_EQ(full.value, 0xfffffffcfffffeb0u);
+  EXPECT_EQ(drive(frame, 2).value, 0xfffffffcfffffeb0u);
+  const DriverRun stats = drive(frame, 1);
+  EXPECT_TRUE(stats.value == 0 && same_bytes(stats.features, full.features));
+  for (int32_t b = 0; b < 64; ++b) {
+    const BlockFeature &f = full.features.block[b];
+    if (b / 8 != 7 && b % 8 != 7) {
+      EXPECT_EQ(f.reserved, 0.0);
+      continue;
+    }
+    // An empty block leaves the fractions and the variation as the block
+    // before it left them.
+    EXPECT_TRUE(f.reserved == -1.0 && f.sample_sum == 0.0 &&
+                f.deviation_sum == 0.0 &&
+                std::memcmp(&f.bright_ratio,
+                            &full.features.block[b - 1].bright_ratio,
+                            3 * sizeof(double)) == 0)
+        << b;
+  }
+  EXPECT_EQ(drive(PackedFrame({4, 4, 5}, 1), 0).value, 0xfffffff07ffff870u);
+}
+
+#if QLIS_HAVE_NEON
+// One past the last byte a block reads: the last visited row pair, or the
+// one 2 dist row pairs below it with the differences, whose samples are
+// gathered one group beyond the block at dist 1 to serve as the next row.
+size_t end_of_reads(const LowLightBlockArgs &a) {
+  const Raw10SampleRect r = raw10_sample_rect(a);
+  if (r.empty()) return 0;
+  const int32_t last = r.i0 + 2 * (((r.i1 - r.i0 + 1) >> 1) - 1);
+  if (a.gradient_flag == 1) {
+    return raw10_end_of_reads(a.stride, last + 2 * a.dist,
+                              a.dist == 1 ? r.g1 : r.g1 - 1 + a.dist);
+  }
+  return a.stats_flag == 1 ? raw10_end_of_reads(a.stride, last, r.g1 - 1) : 0;
+}
+
+class LowLightBlockTwins : public ::testing::TestWithParam<TwinCase> {};
+
+// Histograms preset to the same noise for both; callers provide the
+// dist - 1 row pairs below the frame that the lower neighbours reach.
+TEST_P(LowLightBlockTwins, NeonMatchesPortable) {
+  const auto run = [](bool neon, const LowLightBlockArgs &a) {
+    Results r;
+    for (int32_t k = 0; k < 256; ++k) {
+      r.hist.count[k] = static_cast<int32_t>((k + a.row_begin) * 2654435761u);
+    }
+    (neon ? neon::low_light_block_features
+          : portable::low_light_block_features)(r.outputs(), a);
+    return r;
+  };
+  const TwinCase &c = GetParam();
+  expect_twins_agree(c, twin_frame(c, 2 * (c.dist - 1)), run, end_of_reads);
+}
+
+// Besides the awkward geometries: rows of several spans, flat extremes over
+// enough rows to flush the narrow lanes, distances up to the line buffers'
+// reach and beyond it, where a full span must take the portable path.
+INSTANTIATE_TEST_SUITE_P(
+    Frames, LowLightBlockTwins,
+    ::testing::ValuesIn(twin_cases({{{20, 8400, 10500}, kRandom, 1, 12},
+                                    {{1030, 1024, 1280}, 0, 1, 0},
+                                    {{1030, 1024, 1280}, 255, 1, 0},
+                                    {{360, 1300, 1700}, kRandom, 2, 3},
+                                    {{360, 1300, 1700}, kRandom, 64, 3},
+                                    {{360, 1300, 1700}, kRandom, 65, 3},
+                                    {{360, 4600, 5750}, kRandom, 100, 1}})));
+#endif
+
+}  // namespace
+}  // namespace qlis::test
