@@ -1,145 +1,207 @@
+// The preview worker: frames judged end to end (verdicts, the best frame,
+// the lighting regime), its dumps, and the buffer rotation it relies on.
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <numeric>
 #include <regex>
+#include <tuple>
 
 #include "ql_is/ql_is.h"
 #include "support/host_hooks.h"
 #include "support/scenes.h"
 #include "support/session.h"
+#include "worker/swap_buf.h"
 
 namespace {
 
-using qlis::test::make_host_frame;
-using qlis::test::ScopedFsRoot;
-using qlis::test::ScopedProperty;
-using qlis::test::ScopedSession;
+using namespace qlis::test;
 
-constexpr int32_t kUnsupported = 12;
+constexpr int32_t kRaw10 = 15;
+constexpr int32_t kYuv = 13;
 
-TEST(PreviewWorker, DumpsEveryEvaluatedFrameBeforeEvaluatingIt) {
+Scene bright(int amplitude, int level_step = 10, bool mirrored = false) {
+  return Scene{640, 480, 800, 60, level_step, amplitude, mirrored};
+}
+Scene dim(int amplitude) { return Scene{640, 480, 800, 10, 2, amplitude}; }
+Scene band(int amplitude) { return Scene{640, 480, 800, 24, 0, amplitude}; }
+Scene plane(int amplitude) { return Scene{320, 240, 320, 60, 10, amplitude}; }
+
+// The luminance the normal-light judgement reports is twice the sum of the
+// samples of the 32 checkerboard blocks (18804 of them: 20 groups by 30 row
+// pairs, two groups fewer in the right column, two row pairs fewer in the
+// bottom row) over width * height / 16 = 19200, in integers; the texture
+// averages out. The flat band scene gives 2 * 24 * 18804 / 19200 = 47, in
+// the band above the low-light limit 46.5 that resets the base only right
+// after start; the dim one, whose checkerboard levels add up to 265488,
+// gives 2 * 265488 / 19200 = 27.
+constexpr double kBand = 47.0;
+constexpr double kDim = 27.0;
+
+struct Step {
+  Scene scene;
+  int32_t format, verdict;  // verdict 2 sharper, 3 keep the best, 4 base replaced
+  double luminance;         // of the lighting regime afterwards
+  bool base_reset;          // the judgement left no base image
+  uint32_t changes = 0;     // consecutive scene changes (RAW10 only)
+};
+
+TEST(PreviewEvaluation, VerdictsBestFrameAndLightingRegimeOverASequence) {
+  const std::pair<std::vector<Step>, size_t> sequences[] = {  // the steps, the best one
+      // The first frame sets the base, a sharper one replaces it, a softer one is kept out.
+      {{{bright(30), kRaw10, 4, 255, false, 1}, {bright(50), kRaw10, 2, 255, false, 0},
+        {bright(35), kRaw10, 3, 255, false, 0}}, 1},
+      // YUV frames by their block quality; that path keeps no regime.
+      {{{plane(20), kYuv, 4, 255, false}, {plane(30), kYuv, 2, 255, false},
+        {plane(10), kYuv, 3, 255, false}}, 1},
+      // A scene change replaces the base even with a blurrier frame.
+      {{{bright(50, 25), kRaw10, 4, 255, false, 1},
+        {bright(30, 25, true), kRaw10, 4, 255, false, 2}}, 1},
+      // The first dim frame is judged in normal light and flips the regime,
+      // resetting the base; the regime's luminance is written on a flip only.
+      {{{dim(6), kRaw10, 4, kDim, true, 1}, {dim(8), kRaw10, 4, kDim, false, 2},
+        {dim(9), kRaw10, 2, kDim, false, 0}}, 2},
+      // Right after start the band resets the base by the start-up rule
+      // alone, and the regime stays normal.
+      {{{band(10), kRaw10, 4, kBand, true, 1}, {band(12), kRaw10, 4, kBand, false, 2}}, 1},
+  };
+  for (const auto &[steps, best] : sequences) {
+    ScopedSession session;
+    ASSERT_TRUE(session.ok());
+    scene_change_count = 0;  // a diagnostic count that outlives sessions
+    std::vector<HostFrame> frames;
+    for (const Step &step : steps) {
+      const Scene &s = step.scene;
+      frames.push_back(host_frame_of(step.format == kYuv ? yuv_scene(s) : raw10_scene(s),
+                                     step.format, s.width, s.height, s.stride, 16, 0));
+      const double clarity = base_clarity;
+      EXPECT_EQ(preview_verdict(frames.back()), step.verdict);
+      EXPECT_EQ(last_luminance, step.luminance);
+      // The low-light quality is 0 for any base: only the clarity tells.
+      EXPECT_EQ(base_quality == 0.0 && base_clarity == 0.0, step.base_reset);
+      EXPECT_TRUE(step.verdict != 3 || base_clarity == clarity);  // the base stays
+      EXPECT_TRUE(step.format == kYuv || scene_change_count == step.changes);
+    }
+    EXPECT_TRUE(!std::memcmp(bufmax.image, frames[best].image.data(), frames[best].image.size()) &&
+                !std::memcmp(bufmax.side, frames[best].side.data(), 16));
+  }
+}
+
+TEST(PreviewWorker, DumpsTheFrameItTakesUpAsOnePlane) {
   ScopedFsRoot root;
   root.make_dirs("/sdcard");
   ScopedProperty dump("debug.camera.dump_qlas_prv", "1");
   ScopedSession session;
   ASSERT_TRUE(session.ok());
-  for (uint8_t seed = 1; seed <= 3; ++seed) {
-    auto frame = make_host_frame(kUnsupported, 64, 16, 80, 0, 0, seed);
-    ASSERT_TRUE(qlis::test::preview_until_evaluated(&frame.param));
-    // Names carry the time to the millisecond: let it move on so that the
-    // next dump gets a name of its own.
-    char evaluated[32];
-    char now[32];
-    getNowTime(evaluated);
-    do {
-      usleep(500);
-      getNowTime(now);
-    } while (std::strcmp(now, evaluated) == 0);
-  }
+  auto frame = make_host_frame(12, 64, 16, 80, 0, 0, 1);
+  ASSERT_TRUE(preview_until_evaluated(&frame.param));
   const auto files = root.files();
-  ASSERT_EQ(files.size(), 3u);
-  const std::regex name(R"(/sdcard/\d{8}-\d\d-\d\d-\d\d-\d{3}_qlas_prv_80_64x16\.raw)");
-  for (const auto &f : files) {
-    EXPECT_TRUE(std::regex_match(f, name)) << f;
-    EXPECT_EQ(std::filesystem::file_size(root.path() + f), 80u * 16u);
-  }
+  ASSERT_EQ(files.size(), 1u);
+  EXPECT_TRUE(std::regex_match(
+      files[0], std::regex(R"(/sdcard/\d{8}-\d\d-\d\d-\d\d-\d{3}_qlas_prv_80_64x16\.raw)")));
+  EXPECT_EQ(std::filesystem::file_size(root.path() + files[0]), 80u * 16u) << files[0];
 }
 
-TEST(PreviewWorker, UnsupportedFormatIsNeverKeptAsBestFrame) {
-  ScopedSession session;
-  ASSERT_TRUE(session.ok());
-  const BufPair best = bufmax;
-  auto frame = make_host_frame(kUnsupported, 64, 16, 80, 8, 0, 9);
-  ASSERT_TRUE(qlis::test::preview_until_evaluated(&frame.param));
-  EXPECT_EQ(bufmax.image, best.image);
-  EXPECT_EQ(prevParam.result, 0);
-}
-
-TEST(PreviewWorker, FrameDumpCountStopsAtLimitAndResetsWithPropertyZero) {
-  ScopedFsRoot root;
-  root.make_dirs("/sdcard/DCIM");
-  ScopedSession session;
-  ASSERT_TRUE(session.ok());
-  qlis::test::LogCapture log;
+// Puts a frame into bufproc as the intake would and evaluates it; returns
+// the verdict and appends the dump count afterwards to *counts.
+int32_t evaluate(const std::vector<uint8_t> &image, int32_t format, std::vector<int> *counts) {
   PrevParam job = {};
-  job.format = kUnsupported;  // counted and logged, nothing written
-  {
-    ScopedProperty dump("debug.camera.dump_qlfd", "1");
-    PreviewThread(&job);
-    EXPECT_EQ(dump_count, 1);
-    EXPECT_TRUE(std::filesystem::is_directory(root.path() + "/sdcard/DCIM/qlfd"));
-    dump_count = 1999;
-    PreviewThread(&job);
-    EXPECT_EQ(dump_count, 2000);
-    PreviewThread(&job);
-    EXPECT_EQ(dump_count, 2000);
-  }
-  {
-    ScopedProperty other("debug.camera.dump_qlfd", "3");
-    PreviewThread(&job);
-    EXPECT_EQ(dump_count, 2000);
-  }
-  PreviewThread(&job);  // unset reads as 0
-  EXPECT_EQ(dump_count, 0);
-  const std::vector<std::string> expected = {
-      "qlas PrevTh format not support 12", "qlas PrevTh format not support 12\n",
-      "qlas PrevTh format not support 12", "qlas PrevTh format not support 12\n",
-      "qlas PrevTh format not support 12\n", "qlas PrevTh format not support 12\n",
-      "qlas PrevTh format not support 12\n"};
-  EXPECT_EQ(log.texts("QLIS-E"), expected);
-  EXPECT_TRUE(root.files().empty());
-}
-
-// Puts a frame into bufproc as the intake would and evaluates it.
-void evaluate(const std::vector<uint8_t> &image, const PrevParam &job) {
+  std::tie(job.height, job.width, job.stride, job.format) = std::tuple(480, 640, 800, format);
   pthread_mutex_lock(&g_asIQThdInfo.mutex);
   std::memcpy(bufproc.image, image.data(), image.size());
-  PrevParam copy = job;
-  PreviewThread(&copy);
+  PreviewThread(&job);
   pthread_mutex_unlock(&g_asIQThdInfo.mutex);
+  counts->push_back(dump_count);
+  return job.result;
 }
 
-TEST(PreviewWorker, FrameDumpsCarryGeometryIndexAndStopAtTheLimit) {
+// Frames are numbered from 1 up to the limit 2000 while the property is 1;
+// the count restarts when it is 0 (or unset) and stands still otherwise.
+// Format 10 goes to the camera's data folder unpadded, its stride standing
+// for the width; an unsupported format is counted, logged by the dump and
+// by the judgement.
+TEST(FrameDumps, NumberEvaluatedFramesUpToTheLimit) {
   ScopedFsRoot root;
   root.make_dirs("/sdcard/DCIM");
   root.make_dirs("/data/misc/camera/qlas");
   ScopedSession session;
   ASSERT_TRUE(session.ok());
-  const qlis::test::Scene scene;
-  const std::vector<uint8_t> image = qlis::test::raw10_scene(scene);
-  PrevParam job = {};
-  job.format = 15;
-  job.height = scene.height;
-  job.width = scene.width;
-  job.stride = scene.stride;
+  const std::vector<uint8_t> image = raw10_scene(Scene{});
   const std::string first = "/sdcard/DCIM/qlfd/640X480_stride800_fmt15_index 1.yuv";
+  std::vector<int> counts;
   {
     ScopedProperty dump("debug.camera.dump_qlfd", "1");
-    evaluate(image, job);
+    EXPECT_EQ(evaluate(image, 15, &counts), 4);
+    // Whole rows, written before the judgement swaps the frame away.
     std::ifstream in(root.path() + first, std::ios::binary);
-    const std::vector<uint8_t> written{std::istreambuf_iterator<char>(in), {}};
-    EXPECT_EQ(written, image);  // height x stride bytes, dumped before judging
+    EXPECT_EQ(std::vector<uint8_t>(std::istreambuf_iterator<char>(in), {}), image);
+    LogCapture log;
+    EXPECT_EQ(evaluate(image, 12, &counts), 0);
+    EXPECT_EQ(log.texts("QLIS-E"),
+              std::vector<std::string>({"qlas PrevTh format not support 12",
+                                        "qlas PrevTh format not support 12\n"}));
     dump_count = 1999;
-    evaluate(image, job);
-    evaluate(image, job);  // the limit: nothing more
-    job.format = 10;       // dumped unpadded, its stride standing for the width
-    evaluate(image, job);
+    evaluate(image, 15, &counts);
+    evaluate(image, 15, &counts);
   }
-  EXPECT_EQ(dump_count, 2000);
-  EXPECT_EQ(root.files(), (std::vector<std::string>{
-                              first, "/sdcard/DCIM/qlfd/640X480_stride800_fmt15_index2000.yuv"}));
-  evaluate(image, job);  // property unset: the count starts again
   {
-    ScopedProperty dump("debug.camera.dump_qlfd", "1");
-    evaluate(image, job);
+    ScopedProperty other("debug.camera.dump_qlfd", "3");
+    evaluate(image, 15, &counts);
   }
+  evaluate(image, 10, &counts);
+  ScopedProperty dump("debug.camera.dump_qlfd", "1");
+  evaluate(image, 10, &counts);
+  EXPECT_EQ(counts, (std::vector<int>{1, 2, 2000, 2000, 2000, 0, 1}));
   const std::string nv = "/data/misc/camera/qlas/800X480_stride800_fmt10_index 1.yuv";
-  ASSERT_EQ(root.files().size(), 3u);
-  EXPECT_EQ(root.files()[0], nv);
+  const std::string last = "/sdcard/DCIM/qlfd/640X480_stride800_fmt15_index2000.yuv";
+  EXPECT_EQ(root.files(), std::vector<std::string>({nv, first, last}));
   EXPECT_EQ(std::filesystem::file_size(root.path() + nv), 480u * 800u);
+}
+
+std::vector<uintptr_t> words(uintptr_t first) {
+  std::vector<uintptr_t> v(40);
+  std::iota(v.begin(), v.end(), first);
+  return v;
+}
+
+// Counts on both sides of the four-word steps; nothing moves for n <= 0
+// and nothing past word n - 1.
+TEST(SwapBuf, ExchangesExactlyTheFirstNWords) {
+  for (int n : {-100, -1, 0, 1, 2, 3, 5, 6, 7, 8, 9, 13, 16, 33}) {
+    auto a = words(100);
+    auto b = words(900);
+    swap_buf(a.data(), b.data(), n);
+    for (uintptr_t i = 0; i < 40; ++i) {
+      const bool swapped = static_cast<int>(i) < n;
+      ASSERT_TRUE(a[i] == (swapped ? 900 : 100) + i && b[i] == (swapped ? 100 : 900) + i) << n;
+    }
+  }
+}
+
+// Overlapping arrays show the order of loads and stores: both versions
+// agree on it, the word-by-word fallback included. Four-word steps need
+// more than five words and the arrays 16 bytes apart, either way round.
+TEST(SwapBufTwins, AgreeOnOverlappingArraysAndOnWhenToUseVectorSteps) {
+  for (int n : {2, 6, 7, 9, 12}) {
+    for (size_t offset = 0; offset <= 9; ++offset) {
+      auto p = words(1);
+      auto q = words(1);
+      auto *pb = reinterpret_cast<uint8_t *>(p.data());
+      auto *qb = reinterpret_cast<uint8_t *>(q.data());
+      qlis::portable::swap_words(pb, pb + offset * sizeof(uintptr_t), n);
+      qlis::kernels::swap_words(qb, qb + offset * sizeof(uintptr_t), n);
+      EXPECT_EQ(p, q) << "n " << n << " offset " << offset;
+    }
+  }
+  uint8_t buffer[256] = {};
+  EXPECT_FALSE(qlis::swap_uses_vector_steps(buffer, buffer + 64, 5));
+  EXPECT_TRUE(qlis::swap_uses_vector_steps(buffer, buffer + 64, 6));
+  EXPECT_TRUE(qlis::swap_uses_vector_steps(buffer + 16, buffer, 6));
+  EXPECT_FALSE(qlis::swap_uses_vector_steps(buffer + 15, buffer, 6));
+  EXPECT_FALSE(qlis::swap_uses_vector_steps(buffer, buffer + 15, 6));
 }
 
 }  // namespace
