@@ -20,46 +20,6 @@
 
 namespace qlis::test {
 
-// Seed of a frame of random bytes.
-struct Noise {
-  uint32_t seed;
-};
-
-// A packed frame on a page-end buffer: every byte `fill`, or random bytes
-// (so that reading anything but the samples shows), with RAW10 samples
-// (i, g) = byte 4 of group g on row 2 i set on top.
-class PackedFrame {
- public:
-  PackedFrame(Geometry g, uint8_t fill) : PackedFrame(g) {
-    std::memset(buffer_->data(), fill, buffer_->size());
-  }
-  PackedFrame(Geometry g, Noise noise) : PackedFrame(g) {
-    std::mt19937 engine(noise.seed);
-    fill_random(buffer_->data(), buffer_->size(), engine);
-  }
-  void set(int32_t i, int32_t g, uint8_t v) {
-    set_raw10_sample(buffer_->data(), geometry_.stride, i, g, v);
-  }
-  // Every sample of the frame to value(i, g).
-  template <typename Value>
-  PackedFrame &samples(Value value) {
-    for (int32_t i = 0; i < geometry_.height / 2; ++i) {
-      for (int32_t g = 0; g < geometry_.width / 4; ++g) set(i, g, value(i, g));
-    }
-    return *this;
-  }
-  const uint8_t *data() const { return buffer_->data(); }
-  const Geometry &geometry() const { return geometry_; }
-
- private:
-  explicit PackedFrame(Geometry g)
-      : geometry_(g),
-        buffer_(std::make_unique<PageEndBuffer>(
-            static_cast<size_t>(g.height) * static_cast<size_t>(g.stride))) {}
-  Geometry geometry_;
-  std::unique_ptr<PageEndBuffer> buffer_;  // movable frames
-};
-
 // 0 and 255 alternating: the largest gradient every sample can have.
 inline uint8_t checker_0_255(int32_t i, int32_t g) {
   return (i + g) % 2 != 0 ? 255 : 0;

@@ -13,10 +13,12 @@ Geometry unpadded(int32_t height, int32_t width) {
 
 // 16 x 16 pixels (8 half-rows of 4 groups) with sample (t, k) = 10 t + 3 k:
 // every right neighbour d groups on is 3 d more, every one d half-rows down
-// 10 d more.
-PackedFrame ramp_16x16() {
+// 10 d more. Descending, the same differences have the other sign.
+PackedFrame ramp_16x16(bool descending = false) {
   PackedFrame f(unpadded(16, 16), uint8_t{0});
-  f.samples([](int32_t t, int32_t k) { return static_cast<uint8_t>(10 * t + 3 * k); });
+  f.samples([=](int32_t t, int32_t k) {
+    return static_cast<uint8_t>(descending ? 200 - 10 * t - 3 * k : 10 * t + 3 * k);
+  });
   return f;
 }
 
@@ -49,19 +51,20 @@ TEST(Raw10Metric, ClampAndDistanceSelectTheSamples) {
       {0, 16, 0, 16, 7, -1, 12 * 13},
       {0, 16, 0, 16, 0xffffffffu, -1, 12 * 13},
   };
-  const PackedFrame f = ramp_16x16();
-  for (const Case &c : cases) {
-    SCOPED_TRACE(::testing::Message() << c.top << ".." << c.bottom << " x "
-                                      << c.left << ".." << c.right << " d "
-                                      << c.distance);
-    EXPECT_EQ(image_quality_for_raw_10bit_continuous_2(
-                  f.data(), c.top, c.bottom, c.left, c.right, c.distance, 16,
-                  16),
-              c.squared);
-    EXPECT_EQ(image_quality_for_raw_10bit_continuous_2_true_pitch1(
-                  f.data(), c.top, c.bottom, c.left, c.right, c.distance, 16,
-                  16),
-              c.absolute);
+  for (const bool descending : {false, true}) {
+    const PackedFrame f = ramp_16x16(descending);
+    for (const Case &c : cases) {
+      EXPECT_EQ(image_quality_for_raw_10bit_continuous_2(
+                    f.data(), c.top, c.bottom, c.left, c.right, c.distance,
+                    16, 16),
+                c.squared)
+          << c.top << ".." << c.bottom << " x " << c.left << " d " << c.distance;
+      EXPECT_EQ(image_quality_for_raw_10bit_continuous_2_true_pitch1(
+                    f.data(), c.top, c.bottom, c.left, c.right, c.distance,
+                    16, 16),
+                c.absolute)
+          << c.top << ".." << c.bottom << " x " << c.left << " d " << c.distance;
+    }
   }
 }
 

@@ -22,12 +22,4 @@ void fill_random(uint8_t *data, size_t size, std::mt19937 &engine) {
   }
 }
 
-RandomFrame::RandomFrame(Geometry g, uint32_t seed)
-    : geometry_(g),
-      buffer_(static_cast<size_t>(g.height > 0 ? g.height : 0) *
-                  static_cast<size_t>(g.stride > 0 ? g.stride : 0)) {
-  std::mt19937 engine(seed);
-  fill_random(buffer_.data(), buffer_.size(), engine);
-}
-
 }  // namespace qlis::test
