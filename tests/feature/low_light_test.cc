@@ -40,30 +40,6 @@ INSTANTIATE_TEST_SUITE_P(Kernels, LowLightBlock,
                          ::testing::Values(&exported,
                                            &portable::low_light_block_features));
 
-// Two visited samples, s(0, 0) = 10 and s(0, 1) = 230, in a frame that
-// holds the neighbours of both distances: one group right and two row
-// pairs down (h = 230, 5; v = 200, 0), or two groups right and four row
-// pairs down (h = 5, 100; v = 60, 255). Row pair 1 is never visited.
-// Differences |h - s|, |v - s|, |h - v| by hand; N = 2, sum 240, sum of
-// squares 100 + 52900.
-TEST_P(LowLightBlock, CountsDifferencesAndStatisticsOfHandBuiltSamples) {
-  const uint8_t s[5][5] = {{10, 230, 5, 100}, {99}, {200, 0}, {}, {60, 255}};
-  PackedFrame f({10, 20, 25}, 0);
-  f.samples([&](int32_t i, int32_t g) { return s[i][g]; });
-  const std::vector<int> bins[2] = {{220, 190, 30, 225, 230, 5},
-                                    {5, 50, 55, 130, 25, 155}};
-  for (int32_t dist : {1, 2}) {
-    Results r;
-    EXPECT_EQ(GetParam()(r.outputs(), block_args(f, {0, 4, 0, 8}, dist)), 0);
-    DiffHistogram want = {};
-    for (int bin : bins[dist - 1]) want.count[bin] = 1;
-    EXPECT_TRUE(same_bytes(r.hist, want)) << "dist " << dist;
-    EXPECT_TRUE(r.mean == 120.0 && r.dev == (53000.0 - 14400.0) * 2.0);
-    EXPECT_EQ(r.cv, std::sqrt(26500.0 - 14400.0) / 120.0);
-    EXPECT_TRUE(r.bright == 0.5 && r.dark == 0.5);
-  }
-}
-
 // A 40 x 64 frame (20 row pairs, 16 groups) whose samples depend on the
 // row pair i or the group g, every value worked out by hand. The deviation
 // is (sum of squares - mean^2) N, not a variance; bin 0 starts at

@@ -93,16 +93,6 @@ TEST(Raw10Block, VisitsTheClampedSamplesAndCountsInclusiveThresholds) {
   EXPECT_TRUE(r.bright == 0.25 && r.dark == 0.25);
 }
 
-// A 0/255 checkerboard adds 2 x 255^2 = 130,050 per sample. 150 x 150
-// samples make 2,926,125,000, negative in 32 bits; 200 x 200 (the whole
-// frame after the clamp) make 5,202,000,000, wrapped once.
-TEST(Raw10Block, GradientEnergyWrapsAt32Bits) {
-  PackedFrame f({404, 808, 1010}, Noise{1});
-  f.samples(checker_0_255);
-  EXPECT_EQ(extract(f, {0, 300, 0, 600}, 1, 1).ret, -1368842296);
-  EXPECT_EQ(extract(f, {0, 404, 0, 808}, 0, 1).ret, 907032704);
-}
-
 uint64_t run(const PackedFrame &f, BlockFeatureSet &set, uint32_t mode) {
   const Geometry &g = f.geometry();
   set = unwritten_records();

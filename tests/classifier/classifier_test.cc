@@ -1,0 +1,301 @@
+// The learned classifier: the frame features and their NEON twin, the
+// weight table, the score of a difference vector and the earlier
+// sub-rectangle feature.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <numeric>
+#include <string>
+#include <vector>
+
+#include "classifier/frame_feature.h"
+#include "ql_is/ql_is.h"
+#include "support/frames.h"
+#include "support/host_hooks.h"
+
+namespace qlis::test {
+namespace {
+
+using Features = std::array<double, 320>;
+
+// Subsampled pixel (x, y): byte 4 of group x on line 4 y + 3.
+uint8_t &sample(RandomFrame &f, int32_t x, int32_t y) {
+  return f.data()[(4 * y + 3) * f.geometry().stride + 5 * x + 4];
+}
+
+void set_all(RandomFrame &f, uint8_t v) {
+  for (int32_t y = 0; y < f.geometry().height / 4; ++y) {
+    for (int32_t x = 0; x < f.geometry().width / 4; ++x) sample(f, x, y) = v;
+  }
+}
+
+// The exported call, with the scratch image on a page-end buffer.
+Features features(const RandomFrame &f, std::vector<uint8_t> *scratch = {}) {
+  const Geometry &g = f.geometry();
+  PageEndBuffer image(static_cast<size_t>(g.height / 4) * (g.width / 4));
+  Features out;
+  EXPECT_EQ(get_feature_raw_10bitX5_(f.data(), g.height, g.width, g.stride, 7,
+                                     9, out.data(), image.data()),
+            out.data());
+  if (scratch) scratch->assign(image.data(), image.data() + image.size());
+  return out;
+}
+
+// One sample v in a frame of zeros: gradient 2 v there, v at its left and
+// upper neighbours. 254 keeps its own bin; 255 and above share the last.
+TEST(ClassifierFeatures, GradientsFrom255OnShareTheLastFeature) {
+  const struct {
+    uint8_t v;
+    double bin_254, tail;
+  } cases[] = {{127, 1 / 64.0, 0.0}, {128, 0.0, 1 / 64.0}, {255, 0.0, 3 / 64.0}};
+  for (const auto &c : cases) {
+    RandomFrame f({36, 36, 45}, 2);
+    set_all(f, 0);
+    sample(f, 3, 3) = c.v;
+    const Features got = features(f);
+    EXPECT_EQ(got[318], c.bin_254) << int{c.v};
+    EXPECT_EQ(got[319], c.tail) << int{c.v};
+  }
+}
+
+// 80 x 120 subsamples to 20 x 30: blocks of 2 rows by 3 columns. The raised
+// sample is the last one of block row 1, block column 5, so that its three
+// gradients (20, 10, 10) all fall in that block. The scratch image holds
+// the subsampled frame, row by row.
+TEST(ClassifierFeatures, BlockMeansAreColumnMajor) {
+  RandomFrame f({80, 120, 150}, 2);
+  set_all(f, 9);
+  sample(f, 17, 3) = 19;
+  std::vector<uint8_t> scratch;
+  const Features got = features(f, &scratch);
+  std::vector<uint8_t> subsampled(20 * 30, 9);
+  subsampled[3 * 30 + 17] = 19;
+  EXPECT_EQ(scratch, subsampled);
+  for (int k = 0; k < 64; ++k) {
+    EXPECT_EQ(got[k], k == 8 * 5 + 1 ? 40 / (6 * 512.0) : 0.0) << k;
+  }
+  EXPECT_EQ(got[64], 381 / 384.0);
+  EXPECT_EQ(got[64 + 10], 2 / 384.0);
+  EXPECT_EQ(got[64 + 20], 1 / 384.0);
+}
+
+// 1 to 8 subsampled rows or columns leave blocks of size 0: 0/0. None at
+// all makes the size -1 in that direction: with no size 0 in the other,
+// the features are zeros of the divisors' sign.
+TEST(ClassifierFeatures, FramesTooSmallForTheGridGiveNaNOrZero) {
+  for (const Geometry g : {Geometry{36, 32, 40}, Geometry{16, 100, 125},
+                           Geometry{3, 3, 5}, Geometry{0, 100, 125}}) {
+    for (double v : features(RandomFrame(g, 1))) {
+      if (g.height >= 4) {
+        ASSERT_TRUE(std::isnan(v)) << g.height << "x" << g.width;
+      } else {
+        ASSERT_TRUE(v == 0.0 && std::signbit(v) == (g.width >= 4)) << g.width;
+      }
+    }
+  }
+}
+
+#if QLIS_HAVE_NEON
+TEST(ClassifierFeatures, NeonTwinMatchesPortableBitForBit) {
+  std::vector<Geometry> geometries = awkward_raw10_geometries();
+  geometries.insert(geometries.end(), {{67, 129, 170}, {1000, 1400, 1750},
+                                       {48, 8400, 10500}});
+  for (const Geometry g : geometries) {
+    const RandomFrame frame(g, static_cast<uint32_t>(g.width));
+    const size_t size = static_cast<size_t>(g.height / 4) * (g.width / 4);
+    PageEndBuffer scratch[2] = {PageEndBuffer(size),
+                                      PageEndBuffer(size)};
+    Features got[2];
+    portable::classifier_features(frame.data(), g.height, g.width, g.stride,
+                                  got[0].data(), scratch[0].data());
+    neon::classifier_features(frame.data(), g.height, g.width, g.stride,
+                              got[1].data(), scratch[1].data());
+    EXPECT_EQ(std::memcmp(got[0].data(), got[1].data(), sizeof got[0]), 0)
+        << g.height << "x" << g.width;
+    EXPECT_EQ(std::memcmp(scratch[0].data(), scratch[1].data(), size), 0)
+        << g.height << "x" << g.width;
+  }
+}
+#endif
+
+
+using Difference = std::vector<double>;
+
+// The label and the one line the score logs.
+std::pair<int32_t, std::string> score(const Difference &d) {
+  LogCapture log;
+  const int32_t label = get_score_label(d.data());
+  const std::vector<std::string> lines = log.texts("QLIS-I");
+  EXPECT_EQ(lines.size(), 1u);
+  return {label, lines.empty() ? "" : lines[0]};
+}
+
+TEST(ClassifierWeights, MatchTheTrainedTableByPosition) {
+  EXPECT_TRUE(paramsClass[0] == 0.0 && std::signbit(paramsClass[0]));
+  // Block column j, block row i at 1 + 8 j + i; bin b at 65 + b; the tail.
+  const std::pair<int, double> spots[] = {
+      {1 + 8 * 0 + 7, 26.315723}, {1 + 8 * 3 + 4, 131.700424},
+      {1 + 8 * 7 + 7, -157.804367}, {65 + 0, -10.304722},
+      {65 + 4, 0.0}, {65 + 8, 204.775406}, {65 + 31, 0.0}, {97, 19.273046}};
+  for (const auto &[k, w] : spots) EXPECT_EQ(paramsClass[k], w) << k;
+}
+
+TEST(ClassifierScore, IdenticalFramesScoreOneHalfAndLabelZero) {
+  const RandomFrame frame({400, 640, 800}, 4);
+  std::vector<uint8_t> scratch(100 * 160);
+  double features[320];
+  get_feature_raw_10bitX5_(frame.data(), 400, 640, 800, 0, 0, features,
+                           scratch.data());
+  Difference d(97, 1.0);
+  combine_feature(features, features, d.data());
+  EXPECT_EQ(d, Difference(97, 0.0));
+  EXPECT_EQ(score(d), std::make_pair(0, std::string("0.50 ")));
+}
+
+// Entry 96 is the difference of two sums taken in ascending order from
+// 0.0: a leading 1.0 absorbs 223 addends of 2^-60 one by one, which in any
+// other order (or as per-entry differences) would leave a trace.
+TEST(ClassifierScore, ShareDifferenceSubtractsAscendingSums) {
+  std::vector<double> a(320, std::ldexp(1.0, -60)), b(320, 0.0);
+  a[96] = 1.0;
+  Difference d(97);
+  combine_feature(a.data(), b.data(), d.data());
+  EXPECT_EQ(d[96], 1.0);
+  b[96] = 1.0;
+  combine_feature(a.data(), b.data(), d.data());
+  EXPECT_EQ(d[96], 0.0);
+}
+
+// Probabilities worked out apart from the library, in float products. A
+// zero weight (bin 6, entry 70) leaves the score at 0; NaN labels 0.
+TEST(ClassifierScore, LogsTheProbabilityAndLabelsAboveOneHalf) {
+  const struct {
+    int entry;
+    double value;
+    int32_t label;
+    const char *line;
+  } cases[] = {{96, 0.01, 1, "0.55 "},  {96, -0.01, 0, "0.45 "},
+               {0, 1.0, 1, "1.00 "},    {64, 1.0, 0, "0.00 "},
+               {65, 0.001, 1, "0.53 "}, {70, 1000.0, 0, "0.50 "},
+               {10, std::numeric_limits<double>::quiet_NaN(), 0, "nan "}};
+  for (const auto &c : cases) {
+    Difference d(97, 0.0);
+    d[c.entry] = c.value;
+    const auto [label, line] = score(d);
+    EXPECT_EQ(label, c.label) << c.entry;
+    // The sign a NaN prints with differs between targets.
+    EXPECT_TRUE(line == c.line || (std::isnan(c.value) && line == "-nan "))
+        << line;
+  }
+}
+
+float f(double v) { return static_cast<float>(v); }
+
+// A value for entry k whose product with its weight rounds to exactly
+// -target, searched near -target / weight; 0 if there is none. With
+// `fused_gap` the exact product must also lie above -target, so that a
+// product fused into the addition of target leaves a positive sum.
+double cancelling_value(int k, float target, bool fused_gap) {
+  const float w = f(paramsClass[k + 1]);
+  float v = -target / w;
+  for (int step = 0; step < 32; ++step) v = std::nextafter(v, 0.0f);
+  for (int step = 0; step < 64; ++step, v = std::nextafter(v, 2 * v)) {
+    if (v * w == -target && (!fused_gap || std::fma(v, w, target) > 0.0f)) {
+      return v;
+    }
+  }
+  return 0.0;
+}
+
+// Products rounded to float, added in ascending order to one float sum:
+// both cases sum to 0 (label 0) so, and to a positive score with a fused
+// multiply-add or with 8 lane sums.
+TEST(ClassifierScore, SumsRoundedProductsInAscendingOrder) {
+  Difference fused(97, 0.0);
+  for (double first = 1000.0; fused[1] == 0.0 && first < 1100.0; ++first) {
+    fused[0] = first;
+    fused[1] = cancelling_value(1, f(first) * f(paramsClass[1]), true);
+  }
+  ASSERT_NE(fused[1], 0.0);
+
+  // Lanes would cancel entries 0 and 8 and keep entry 1, which the
+  // ascending sum absorbs into entry 0's product.
+  Difference lanes(97, 0.0);
+  lanes[0] = 1e7;
+  lanes[1] = 0.1;
+  const float big = f(lanes[0]) * f(paramsClass[1]);
+  ASSERT_EQ(big + f(lanes[1]) * f(paramsClass[2]), big);
+  lanes[8] = cancelling_value(8, big, false);
+  ASSERT_NE(lanes[8], 0.0);
+
+  for (const Difference &d : {fused, lanes}) {
+    EXPECT_EQ(score(d), std::make_pair(0, std::string("0.50 ")));
+  }
+}
+
+
+constexpr double kUntouched = -7.25;
+constexpr uint32_t kPreset = 1000;
+
+struct Rect {
+  int32_t top, bottom, left, right, distance;
+};
+
+// A 24 x 32 frame (8 groups a line) of random bytes on a page-end buffer.
+class SubRawFeature : public ::testing::Test {
+ protected:
+  static constexpr int32_t kHeight = 24, kWidth = 32, kStride = 41;
+  int32_t run(Rect r) {
+    return get_sub_raw_feature(&mean_, histogram_.data(), frame_.data(), r.top,
+                               r.bottom, r.left, r.right, r.distance, kHeight,
+                               kWidth, kStride);
+  }
+  RandomFrame frame_{{kHeight, kWidth, kStride}, 8};
+  double mean_ = kUntouched;
+  std::vector<uint32_t> histogram_ = std::vector<uint32_t>(256, kPreset);
+};
+
+// Lines 0 and 4 are visited (half-rows 0 and 2 of [0, 4)), groups 0..2;
+// the right neighbour is one group on, the lower one 4 lines down.
+TEST_F(SubRawFeature, HalvesGradientsAndAddsToTheHistogram) {
+  const uint8_t lines[3][4] = {{10, 20, 40, 80}, {30, 30, 0, 255}, {0, 100, 8, 9}};
+  for (int32_t l = 0; l < 3; ++l) {
+    for (int32_t g = 0; g < 4; ++g) {
+      frame_.data()[4 * l * kStride + 5 * g + 4] = lines[l][g];
+    }
+  }
+  // (10 + 20) / 2, (20 + 10) / 2, (40 + 40) / 2; (0 + 30) / 2,
+  // (30 + 70) / 2, (255 + 8) / 2 truncated.
+  EXPECT_EQ(run({0, 8, 0, 12, 1}), 6);
+  EXPECT_EQ(mean_, 266 / (6 * 512.0));
+  std::vector<uint32_t> want(256, kPreset);
+  want[15] += 3, want[40] += 1, want[50] += 1, want[131] += 1;
+  EXPECT_EQ(histogram_, want);
+}
+
+// The far edges are pulled in to (height / 2) - 1 - d half-rows and
+// (width / 4) - 1 - d groups: from top 16 only line 16 is visited, with
+// its lower neighbour on line 20. Every other half-row is visited, and an
+// odd count of half-rows rounds up, in the count as in the visits. Empty
+// rectangles (as given or after the clamp) count 0 and write nothing.
+TEST_F(SubRawFeature, CountsVisitedRowsAfterTheClamp) {
+  const std::pair<Rect, int32_t> cases[] = {
+      {{16, 24, 0, 32, 1}, 6 * 1}, {{0, 10, 4, 20, 1}, 4 * 3},
+      {{2, 9, 0, 20, 2}, 5 * 2},   {{0, 20, 0, 32, 1}, 6 * 5},
+      {{0, 8, 4, 7, 1}, 0},        {{6, 7, 0, 12, 1}, 0},
+      {{18, 24, 0, 12, 2}, 0},     {{0, 8, 20, 32, 3}, 0}};
+  for (const auto &[rect, count] : cases) {
+    histogram_.assign(256, 0);
+    mean_ = kUntouched;
+    EXPECT_EQ(run(rect), count) << rect.top << " " << rect.bottom;
+    EXPECT_EQ(std::accumulate(histogram_.begin(), histogram_.end(), 0u),
+              static_cast<uint32_t>(count));
+    EXPECT_TRUE(count != 0 || mean_ == kUntouched);
+  }
+}
+
+}  // namespace
+}  // namespace qlis::test
