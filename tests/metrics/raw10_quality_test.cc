@@ -1,21 +1,18 @@
 #include <gtest/gtest.h>
 
-#include "feature/feature_frames.h"
+#include <utility>
+
 #include "ql_is/ql_is.h"
+#include "support/frames.h"
 
 namespace qlis::test {
 namespace {
 
-// Rows are width * 10 / 8 bytes apart: no padding.
-Geometry unpadded(int32_t height, int32_t width) {
-  return {height, width, width * 10 / 8};
-}
-
-// 16 x 16 pixels (8 half-rows of 4 groups) with sample (t, k) = 10 t + 3 k:
-// every right neighbour d groups on is 3 d more, every one d half-rows down
+// 16 x 16 pixels without row padding (8 half-rows of 4 groups) with
+// sample (t, k) = 10 t + 3 k: every right neighbour d groups on is 3 d more, every one d half-rows down
 // 10 d more. Descending, the same differences have the other sign.
 PackedFrame ramp_16x16(bool descending = false) {
-  PackedFrame f(unpadded(16, 16), uint8_t{0});
+  PackedFrame f({16, 16, 20}, uint8_t{0});
   f.samples([=](int32_t t, int32_t k) {
     return static_cast<uint8_t>(descending ? 200 - 10 * t - 3 * k : 10 * t + 3 * k);
   });
@@ -29,7 +26,15 @@ struct Case {
   int32_t absolute;  // ..._true_pitch1 (distance 1 always)
 };
 
-TEST(Raw10Metric, ClampAndDistanceSelectTheSamples) {
+// Both metrics of a rectangle of a frame 16 pixels wide.
+std::pair<int32_t, int32_t> both(const uint8_t *f, const Case &c, int32_t height) {
+  return {image_quality_for_raw_10bit_continuous_2(f, c.top, c.bottom, c.left, c.right,
+                                                   c.distance, height, 16),
+          image_quality_for_raw_10bit_continuous_2_true_pitch1(
+              f, c.top, c.bottom, c.left, c.right, c.distance, height, 16)};
+}
+
+TEST(Raw10Metric, ClampDistanceAndRoundingSelectTheSamples) {
   const Case cases[] = {
       // Half-rows 0..8 pull in to 8 - 1 - 1 = 6, groups 0..4 to 2: the
       // edge loses two of each. 12 samples of 3^2 + 10^2 = 109 (or 13).
@@ -54,46 +59,15 @@ TEST(Raw10Metric, ClampAndDistanceSelectTheSamples) {
   for (const bool descending : {false, true}) {
     const PackedFrame f = ramp_16x16(descending);
     for (const Case &c : cases) {
-      EXPECT_EQ(image_quality_for_raw_10bit_continuous_2(
-                    f.data(), c.top, c.bottom, c.left, c.right, c.distance,
-                    16, 16),
-                c.squared)
-          << c.top << ".." << c.bottom << " x " << c.left << " d " << c.distance;
-      EXPECT_EQ(image_quality_for_raw_10bit_continuous_2_true_pitch1(
-                    f.data(), c.top, c.bottom, c.left, c.right, c.distance,
-                    16, 16),
-                c.absolute)
+      EXPECT_EQ(both(f.data(), c, 16), std::make_pair(c.squared, c.absolute))
           << c.top << ".." << c.bottom << " x " << c.left << " d " << c.distance;
     }
   }
-}
-
-// top = -1 is half-row -1 by shift but half-row 0 by division. The frame
-// handed over starts at line 4 of the ramp, so half-row -1 is readable.
-TEST(Raw10Metric, AbsoluteMetricRoundsBoundsTowardZero) {
-  const PackedFrame f = ramp_16x16();
-  const uint8_t *from_line_4 = f.data() + 4 * 20;
-  // Half-rows -1..2 (or 0..2) by groups 0..1.
-  EXPECT_EQ(image_quality_for_raw_10bit_continuous_2(from_line_4, -1, 6, 0, 8,
-                                                     1, 12, 16),
-            8 * 109);
-  EXPECT_EQ(image_quality_for_raw_10bit_continuous_2_true_pitch1(
-                from_line_4, -1, 6, 0, 8, 1, 12, 16),
-            6 * 13);
-}
-
-// 0 and 255 alternating: 130 x 130 samples of 2 x 255^2 = 130,050 each
-// make 2,197,845,000, which wraps to -2,097,122,296; the absolute metric
-// gives 510 each.
-TEST(Raw10Metric, SquaredSumWrapsAt32Bits) {
-  PackedFrame f(unpadded(264, 528), uint8_t{0});
-  f.samples(checker_0_255);
-  EXPECT_EQ(image_quality_for_raw_10bit_continuous_2(f.data(), 0, 264, 0, 528,
-                                                     1, 264, 528),
-            -2097122296);
-  EXPECT_EQ(image_quality_for_raw_10bit_continuous_2_true_pitch1(
-                f.data(), 0, 264, 0, 528, 1, 264, 528),
-            16900 * 510);
+  // top = -1 is half-row -1 by shift but half-row 0 by division. The frame
+  // handed over starts at line 4 of the ramp, so half-row -1 is readable:
+  // half-rows -1..2 (or 0..2) by groups 0..1.
+  EXPECT_EQ(both(ramp_16x16().data() + 4 * 20, {-1, 6, 0, 8, 1, 0, 0}, 12),
+            std::make_pair(8 * 109, 6 * 13));
 }
 
 }  // namespace
