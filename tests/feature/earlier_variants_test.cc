@@ -10,12 +10,8 @@
 #include "feature/feature_frames.h"
 #include "support/host_hooks.h"
 
-namespace qlis {
+namespace qlis::test {
 namespace {
-
-using test::BlockRect;
-using test::Noise;
-using test::PackedFrame;
 
 constexpr uint64_t kUntouchedCount = 0x5A5A5A5A5A5A5A5Aull;
 constexpr double kUntouched = 7.5;
@@ -45,8 +41,8 @@ TEST(EarlierRaw10, SumOnlyExtractorReadsUnpaddedRowsAndZeroesAuxWhenEmpty) {
 TEST(EarlierRaw10, DriverWritesCheckerboardSumsIntoFieldZeroOnly) {
   PackedFrame f({64, 64, 80}, Noise{5});
   f.samples([](int32_t, int32_t) { return uint8_t{1}; });
-  BlockFeatureSet set = test::unwritten_records();
-  test::LogCapture log;
+  BlockFeatureSet set = unwritten_records();
+  LogCapture log;
   EXPECT_EQ(calc_feature_with_sub(&set, f.data(), 64, 64), 25);  // its length
   EXPECT_EQ(log.texts("QLIS_ALGO"),
             std::vector<std::string>{"Vrel_feature_valid_num_64"});
@@ -54,16 +50,16 @@ TEST(EarlierRaw10, DriverWritesCheckerboardSumsIntoFieldZeroOnly) {
     const double rows = b / 8 == 7 ? 2 : 4, groups = b % 8 == 7 ? 0 : 2;
     BlockFeature want;
     std::memset(&want, 0x5a, sizeof want);
-    want.sample_sum = test::on_checkerboard(b) ? rows * groups : 0.0;
-    EXPECT_TRUE(test::same_fields(set.block[b], want)) << "block " << b;
+    want.sample_sum = on_checkerboard(b) ? rows * groups : 0.0;
+    EXPECT_TRUE(same_fields(set.block[b], want)) << "block " << b;
   }
 }
 
 // Clamped to 2 x 2 samples 10, 20 / 30, 71, neighbours 40, 100 and 50, 90.
 // By hand: energy 500 + 3001 + 2081 + 1202, sum 131, sum of squares 6441;
 // 131^2 / 4 = 4290.25 truncates to 4290, so the integer deviation is 2151
-// where the live extractor's is 2150.75 -> 2150. Row pairs 2..4 clamp to
-// nothing.
+// where the live extractor's (the same block in the Raw10Block tests) is
+// 2150.75 -> 2150. Row pairs 2..4 clamp to nothing.
 TEST(EarlierRaw10, IntegerStatisticsFollowFlagsAndTruncateTheDivision) {
   const uint8_t s[4][4] = {{10, 20, 40}, {30, 71, 100}, {50, 90, 0}};
   PackedFrame f({8, 16, 20}, Noise{1});
@@ -72,10 +68,8 @@ TEST(EarlierRaw10, IntegerStatisticsFollowFlagsAndTruncateTheDivision) {
     int32_t stats, gradient;
     int64_t ret;
     uint64_t sum, dev;
-  } cases[] = {{1, 1, 6784, 131, 2151},
-               {0, 1, 6784, 0, kUntouchedCount},
-               {1, 0, 0, 131, 2151},
-               {0, 0, -1, kUntouchedCount, kUntouchedCount},
+  } cases[] = {{1, 1, 6784, 131, 2151}, {0, 1, 6784, 0, kUntouchedCount},
+               {1, 0, 0, 131, 2151},     {0, 0, -1, kUntouchedCount, kUntouchedCount},
                {2, 1, -1, kUntouchedCount, kUntouchedCount}};
   for (const auto &c : cases) {
     for (const int32_t top : {0, 4}) {
@@ -88,12 +82,6 @@ TEST(EarlierRaw10, IntegerStatisticsFollowFlagsAndTruncateTheDivision) {
       EXPECT_EQ(dev, top != 0 ? 0 : c.dev);
     }
   }
-  uint64_t sum, dev;
-  double cv, bright, dark;
-  image_feature_quality_for_raw_10bit_continuous_3(&sum, &dev, &cv, &bright,
-                                                   &dark, f.data(), 0, 8, 0, 16,
-                                                   1, 8, 16, 20, 1, 0);
-  EXPECT_EQ(dev, 2150u);
 }
 
 // The three earlier low-light extractors on one rectangle, outputs preset.
@@ -106,7 +94,7 @@ struct LowLightCalls {
 
 LowLightCalls run_all(const PackedFrame &f, BlockRect r, int32_t stats,
                       int32_t gradient) {
-  const test::Geometry &g = f.geometry();
+  const Geometry &g = f.geometry();
   const auto stride = static_cast<uint32_t>(g.stride);
   LowLightCalls c;
   c.ret2 = image_feature_quality_for_raw_10bit_continuous_2_low_light_2(
@@ -132,11 +120,8 @@ TEST(EarlierLowLight, FlagPairsOfHandBuiltBlock) {
     int32_t stats, gradient;
     double mean;
     int64_t plain;
-  } cases[] = {{1, 1, 25.0, 222},
-               {0, 1, 0.0, 6720},
-               {1, 0, 25.0, 0},
-               {0, 0, 0.0, 0},
-               {2, 2, 0.0, 0}};
+  } cases[] = {{1, 1, 25.0, 222}, {0, 1, 0.0, 6720}, {1, 0, 25.0, 0},
+               {0, 0, 0.0, 0},   {2, 2, 0.0, 0}};
   for (const auto &c : cases) {
     const LowLightCalls r = run_all(f, {0, 4, 0, 8}, c.stats, c.gradient);
     EXPECT_TRUE(r.ret2 == 0 && r.ret3 == 0 && r.ret == c.plain);
@@ -197,4 +182,4 @@ TEST(EarlierLowLight, FlatAndEmptyBlocksCountDivideAndClearAsKept) {
 }
 
 }  // namespace
-}  // namespace qlis
+}  // namespace qlis::test

@@ -2,51 +2,55 @@
 
 #include <regex>
 #include <string>
-#include <vector>
 
 #include "feature/feature_frames.h"
 #include "support/host_hooks.h"
 
-namespace qlis {
+namespace qlis::test {
 namespace {
 
-using test::Geometry;
-using test::PackedFrame;
+int32_t compare(const PackedFrame &f, double *score, BlockFeatureSet *base) {
+  const Geometry &g = f.geometry();
+  return calc_feature_with_base_image(f.data(), score, base, g.height, g.width,
+                                      g.stride);
+}
 
-class FeatureVsBase : public ::testing::Test {
- protected:
-  void SetUp() override { sccount = 0; }
-  void TearDown() override { sccount = 0; }
-
-  static int32_t compare(const PackedFrame &f, double *score,
-                         BlockFeatureSet *base) {
-    const Geometry &g = f.geometry();
-    return calc_feature_with_base_image(f.data(), score, base, g.height,
-                                        g.width, g.stride);
-  }
-};
-
-// A base made from the frame itself: no change, so sccount rises; the
-// first two calls refresh the base with the frame's statistics set, from
-// the third on the base is cleared and the score zeroed; the cleared base
-// has level 0, so the next call reports a change and refreshes it.
-TEST_F(FeatureVsBase, UnchangedCallsRefreshTwiceThenClearUntilAChange) {
-  const PackedFrame f({64, 128, 160}, test::Noise{9});
-  BlockFeatureSet own{};
+// From an empty base a change; then no change, so sccount rises: the first
+// two such calls refresh the base with the frame's statistics set, the
+// third clears it and zeroes the score, and the cleared base (level 0)
+// makes the next call a change. Every call traces the driver's lines and
+// its own in order at priority 6, elapsed milliseconds by pattern.
+TEST(FeatureVsBase, UnchangedCallsRefreshTwiceThenClearUntilAChange) {
+  const PackedFrame f({64, 128, 160}, Noise{9});
+  BlockFeatureSet own{}, base{};
   calc_feature_quality_with_sub(&own, 1, f.data(), 64, 128, 160);
-  BlockFeatureSet base = own;
   const struct {
     int32_t result, count;
-    bool cleared;
-  } calls[] = {{3, 1, false}, {3, 2, false}, {3, 3, true}, {4, 0, false},
-               {3, 1, false}, {3, 2, false}, {3, 3, true}};
+  } calls[] = {{4, 0}, {3, 1}, {3, 2}, {3, 3}, {4, 0}, {3, 1}, {3, 2}, {3, 3}};
+  const std::string ms = "-?[0-9]+\\.[0-9]{6}\\|";
   for (const auto &c : calls) {
     SCOPED_TRACE(&c - calls);
     double score = 7.0;  // written only when the base is cleared
+    LogCapture log;
     EXPECT_EQ(compare(f, &score, &base), c.result);
     EXPECT_EQ(sccount, c.count);
-    EXPECT_EQ(score, c.cleared ? 0.0 : 7.0);
-    EXPECT_TRUE(test::same_bytes(base, c.cleared ? BlockFeatureSet{} : own));
+    EXPECT_EQ(score, c.count == 3 ? 0.0 : 7.0);
+    EXPECT_TRUE(same_bytes(base, c.count == 3 ? BlockFeatureSet{} : own));
+    std::string trace;
+    for (const LogLine &l : log.lines()) {
+      trace += std::to_string(l.priority) + l.tag + " " + l.text + "|";
+    }
+    EXPECT_TRUE(std::regex_match(
+        trace, std::regex("6QLIS_ALGO Vrel_calc_feature_quality_with_sub_start"
+                          "\\|6QLIS_ALGO Vrel_valid_num:0\\|6QLIS_ALGO "
+                          "Vrel_feature_valid_num_64\\|6QLIS-I feature calc1:" +
+                          ms +
+                          "6QLIS-I \nondasi feature iso0 [0-9]+ "
+                          "\nondasi iso2 [0-9]+\\|6QLIS_ALGO feature sccount " +
+                          std::to_string(c.result - 3) + " " +
+                          std::to_string(c.count) +
+                          "\\|6QLIS_ALGO feature cal2:" + ms)))
+        << trace;
   }
 }
 
@@ -61,7 +65,7 @@ TEST_F(FeatureVsBase, UnchangedCallsRefreshTwiceThenClearUntilAChange) {
 // to just at and just above the 22,000,000 cut, with squared differences
 // between 1000 and 1001 times the level, between 6500 and 6501 times, or
 // between 1000 and 6500 times.
-TEST_F(FeatureVsBase, ChangeThresholdScalesWithTheTruncatedBaseLevel) {
+TEST(FeatureVsBase, ChangeThresholdScalesWithTheTruncatedBaseLevel) {
   const Geometry small{64, 128, 160}, large{2048, 1024, 1280};
   const struct {
     Geometry g;
@@ -78,23 +82,19 @@ TEST_F(FeatureVsBase, ChangeThresholdScalesWithTheTruncatedBaseLevel) {
                {large, -2, 170, 298053, 232734, "22000001", "143000705565", 4},
                {large, -2, 170, 132326, 67007, "22000001", "22000108325", 3}};
   for (const auto &c : cases) {
-    SCOPED_TRACE(::testing::Message() << c.g.height << " " << int{c.frame} << " " << c.a);
+    SCOPED_TRACE(&c - cases);
     const PackedFrame frame(c.g, c.frame);
     BlockFeatureSet base{};
     double score = 0.0;
     if (c.base == -1) {
       for (BlockFeature &b : base.block) b.sample_sum = 2.7;
-    } else if (c.base == -2) {
-      calc_feature_quality_with_sub(&base, 1, frame.data(), c.g.height, c.g.width,
-                                    c.g.stride);
+    } else {  // from an empty base: a change, so the base is refreshed
+      compare(PackedFrame(c.g, uint8_t(c.base < 0 ? c.frame : c.base)), &score,
+              &base);
       base.block[0].sample_sum -= c.a;
       base.block[2].sample_sum += c.b;
-    } else {
-      EXPECT_EQ(compare(PackedFrame(c.g, static_cast<uint8_t>(c.base)), &score,
-                        &base),
-                4);
     }
-    test::LogCapture log;
+    LogCapture log;
     EXPECT_EQ(compare(frame, &score, &base), c.result);
     EXPECT_EQ(log.texts("QLIS-I").at(1), std::string("\nondasi feature iso0 ") +
                                              c.iso0 + " \nondasi iso2 " +
@@ -102,38 +102,5 @@ TEST_F(FeatureVsBase, ChangeThresholdScalesWithTheTruncatedBaseLevel) {
   }
 }
 
-// A change from an empty base, then no change: every line of both calls in
-// order at priority 6, elapsed milliseconds by pattern.
-TEST_F(FeatureVsBase, TracesEveryCallWithTheDriversLinesAndItsOwn) {
-  const PackedFrame f({64, 128, 160}, 100);
-  BlockFeatureSet base{};
-  double score = 0.0;
-  test::LogCapture log;
-  EXPECT_EQ(compare(f, &score, &base), 4);
-  EXPECT_EQ(compare(f, &score, &base), 3);
-  const std::string algo = "QLIS_ALGO", ms = "-?[0-9]+\\.[0-9]{6}";
-  std::vector<std::pair<std::string, std::string>> want;
-  for (const char *iso :
-       {"0 \nondasi iso2 68000000", "45200 \nondasi iso2 0"}) {
-    const bool changed = iso[0] == '0';
-    want.insert(
-        want.end(),
-        {{algo, "Vrel_calc_feature_quality_with_sub_start"},
-         {algo, "Vrel_valid_num:0"},
-         {algo, "Vrel_feature_valid_num_64"},
-         {"QLIS-I", "feature calc1:" + ms},
-         {"QLIS-I", std::string("\nondasi feature iso0 ") + iso},
-         {algo, changed ? "feature sccount 1 0" : "feature sccount 0 1"},
-         {algo, "feature cal2:" + ms}});
-  }
-  const std::vector<test::LogLine> lines = log.lines();
-  ASSERT_EQ(lines.size(), want.size());
-  for (size_t k = 0; k < want.size(); ++k) {
-    EXPECT_TRUE(lines[k].priority == 6 && lines[k].tag == want[k].first &&
-                std::regex_match(lines[k].text, std::regex(want[k].second)))
-        << k << ": " << lines[k].tag << " " << lines[k].text;
-  }
-}
-
 }  // namespace
-}  // namespace qlis
+}  // namespace qlis::test

@@ -13,9 +13,6 @@
 namespace qlis::test {
 namespace {
 
-using Extractor = int64_t (*)(const LowLightBlockOutputs &,
-                              const LowLightBlockArgs &);
-
 constexpr double kX = 7.5;  // no computation produces it
 
 struct Results {
@@ -26,6 +23,8 @@ struct Results {
   }
 };
 
+// The exported entry point: the NEON kernel where there is one, which the
+// twins below tie to the portable one.
 int64_t exported(const LowLightBlockOutputs &o, const LowLightBlockArgs &a) {
   return image_feature_quality_for_raw_10bit_continuous_2_low_light_4(
       o.mean, o.deviation, o.variation, o.bright, o.dark, o.diff_hist, a.data,
@@ -33,25 +32,19 @@ int64_t exported(const LowLightBlockOutputs &o, const LowLightBlockArgs &a) {
       a.stride, a.stats_flag, a.gradient_flag);
 }
 
-// The hand-built cases run through the portable kernel and the exported
-// entry point (the NEON kernel where there is one).
-class LowLightBlock : public ::testing::TestWithParam<Extractor> {};
-INSTANTIATE_TEST_SUITE_P(Kernels, LowLightBlock,
-                         ::testing::Values(&exported,
-                                           &portable::low_light_block_features));
-
 // A 40 x 64 frame (20 row pairs, 16 groups) whose samples depend on the
 // row pair i or the group g, every value worked out by hand. The deviation
 // is (sum of squares - mean^2) N, not a variance; bin 0 starts at
 // INT32_MAX, so the difference counts wrap. Empty blocks (row pairs 4..4,
 // or emptied by the clamp) zero only the mean and deviation.
-TEST_P(LowLightBlock, VisitsEverySecondRowPairAndCountsThreeDifferences) {
+TEST(LowLightBlock, VisitsEverySecondRowPairAndCountsThreeDifferences) {
   const auto flat = [](int v) { return [v](int32_t, int32_t) { return v; }; };
   const auto ramp = [](int32_t i, int32_t) { return 10 + i; };
-  const auto thresholds = [](int32_t, int32_t g) {
-    const int v[4] = {59, 60, 195, 196};
-    return v[g % 4];
+  const auto thresholds = [](int32_t, int32_t g) {  // 59, 60, 195, 196
+    return (g & 2 ? 195 : 59) + (g & 1);
   };
+  const BlockRect all{0, 16, 0, 32};
+  const double dev77 = (189728.0 - 5929) * 32;
   const struct {
     std::function<int(int32_t, int32_t)> value;
     BlockRect rect;
@@ -61,14 +54,12 @@ TEST_P(LowLightBlock, VisitsEverySecondRowPairAndCountsThreeDifferences) {
     int32_t bin0, bin2;  // added to bins 0 and 2
   } cases[] = {
       // Row pairs 0, 2, 4, 6 of 0..7 by groups 0..7: N = 32; every flag pair.
-      {flat(77), {0, 16, 0, 32}, 1, 1, 0, 77, (189728.0 - 5929) * 32, 0, 0, 0,
-       96, 0},
-      {flat(77), {0, 16, 0, 32}, 1, 0, 0, 77, (189728.0 - 5929) * 32, 0, 0, 0,
-       0, 0},
-      {flat(77), {0, 16, 0, 32}, 0, 1, 0, 0, 0, kX, 0, 0, 96, 0},
-      {flat(77), {0, 16, 0, 32}, 2, 2, 0, 0, 0, kX, 0, 0, 0, 0},
+      {flat(77), all, 1, 1, 0, 77, dev77, 0, 0, 0, 96, 0},
+      {flat(77), all, 1, 0, 0, 77, dev77, 0, 0, 0, 0, 0},
+      {flat(77), all, 0, 1, 0, 0, 0, kX, 0, 0, 96, 0},
+      {flat(77), all, 2, 2, 0, 0, 0, kX, 0, 0, 0, 0},
       // Both sides of both thresholds, a quarter each: mean 127.5.
-      {thresholds, {0, 16, 0, 32}, 1, 0, 0, 127.5,
+      {thresholds, all, 1, 0, 0, 127.5,
        (8 * 83522.0 - 16256.25) * 32, std::sqrt(83522.0 / 4 - 16256.25) / 127.5,
        0.25, 0.25, 0, 0},
       // Row pairs 0..2 visit 0 and 2 (an odd count counts its last one):
@@ -94,35 +85,27 @@ TEST_P(LowLightBlock, VisitsEverySecondRowPairAndCountsThreeDifferences) {
     DiffHistogram want = r.hist;
     want.count[0] = static_cast<int32_t>(uint32_t{INT32_MAX} + c.bin0);
     want.count[2] = c.bin2;
-    const LowLightBlockArgs args = block_args(f, c.rect, 1, c.stats, c.gradient);
-    EXPECT_EQ(GetParam()(r.outputs(), args), c.ret);
+    const LowLightBlockArgs args =
+        block_args(f.data(), f.geometry(), c.rect, 1, c.stats, c.gradient);
+    EXPECT_EQ(exported(r.outputs(), args), c.ret);
     EXPECT_TRUE(same_bytes(r.hist, want) && r.mean == c.mean &&
                 r.dev == c.dev && r.cv == c.cv && r.bright == c.bright &&
                 r.dark == c.dark)
-        << c.rect.row_begin << " " << c.rect.col_begin << " " << c.stats
-        << c.gradient << ": " << r.mean << " " << r.dev << " " << r.cv;
+        << &c - cases << ": " << r.mean << " " << r.dev << " " << r.cv;
     if (c.ret < 0) {  // null mean and deviation outputs are accepted
-      EXPECT_EQ(GetParam()({nullptr, nullptr, &r.cv, &r.bright, &r.dark,
-                            &r.hist},
-                           args),
+      EXPECT_EQ(exported({nullptr, nullptr, &r.cv, &r.bright, &r.dark, &r.hist},
+                         args),
                 -1);
     }
   }
 }
 
 // Histograms as a caller may hand them over: never cleared.
-std::vector<DiffHistogram> noise_histograms() {
-  std::vector<DiffHistogram> hists(64);
-  std::mt19937 engine(7);
-  for (DiffHistogram &h : hists) {
-    for (int32_t &c : h.count) c = static_cast<int32_t>(engine() >> 8);
-  }
-  return hists;
-}
+const DiffHistogram kPreset{{0x5a5a5a5a, 77, INT32_MIN}};
 
 struct DriverRun {
   BlockFeatureSet features = unwritten_records();
-  std::vector<DiffHistogram> hists = noise_histograms();
+  std::vector<DiffHistogram> hists = std::vector<DiffHistogram>(64, kPreset);
   uint64_t value = 0;
 };
 
@@ -141,13 +124,12 @@ DriverRun drive(const PackedFrame &f, uint32_t mode) {
 // Mode 1 computes statistics only, 2 histograms only.
 TEST(LowLightFrame, FlatFrameCountsThreeZeroDifferencesPerVisitedSample) {
   const PackedFrame flat({80, 160, 200}, 100);
-  const std::vector<DiffHistogram> preset = noise_histograms();
   for (uint32_t mode : {0u, 1u, 2u}) {
     const DriverRun got = drive(flat, mode);
     EXPECT_EQ(got.value, 0u) << mode;  // no empty block
     for (int32_t b = 0; b < 64; ++b) {
       const int32_t n = (b / 8 == 7 ? 2 : 3) * (b % 8 == 7 ? 3 : 5);
-      DiffHistogram want = preset[b];
+      DiffHistogram want = kPreset;
       if (mode != 1) want.count[0] += 3 * n;
       EXPECT_TRUE(same_bytes(got.hists[b], want) &&
                   same_fields(got.features.block[b],
@@ -173,19 +155,16 @@ TEST(LowLightFrame, EmptyBlocksRecordMinusOneAndWeighAgainstTheSum) {
   EXPECT_EQ(drive(frame, 2).value, 0xfffffffcfffffeb0u);
   const DriverRun stats = drive(frame, 1);
   EXPECT_TRUE(stats.value == 0 && same_bytes(stats.features, full.features));
+  // An empty block leaves the fractions and the variation as the block
+  // before it left them.
   for (int32_t b = 0; b < 64; ++b) {
     const BlockFeature &f = full.features.block[b];
-    if (b / 8 != 7 && b % 8 != 7) {
-      EXPECT_EQ(f.reserved, 0.0);
-      continue;
-    }
-    // An empty block leaves the fractions and the variation as the block
-    // before it left them.
-    EXPECT_TRUE(f.reserved == -1.0 && f.sample_sum == 0.0 &&
-                f.deviation_sum == 0.0 &&
-                std::memcmp(&f.bright_ratio,
-                            &full.features.block[b - 1].bright_ratio,
-                            3 * sizeof(double)) == 0)
+    const bool empty = b / 8 == 7 || b % 8 == 7;
+    EXPECT_TRUE(f.reserved == (empty ? -1.0 : 0.0) &&
+                (!empty || (f.sample_sum == 0.0 && f.deviation_sum == 0.0 &&
+                            std::memcmp(&f.bright_ratio,
+                                        &full.features.block[b - 1].bright_ratio,
+                                        3 * sizeof(double)) == 0)))
         << b;
   }
   EXPECT_EQ(drive(PackedFrame({4, 4, 5}, 1), 0).value, 0xfffffff07ffff870u);
@@ -229,13 +208,11 @@ TEST_P(LowLightBlockTwins, NeonMatchesPortable) {
 // reach and beyond it, where a full span must take the portable path.
 INSTANTIATE_TEST_SUITE_P(
     Frames, LowLightBlockTwins,
-    ::testing::ValuesIn(twin_cases({{{20, 8400, 10500}, kRandom, 1, 12},
-                                    {{1030, 1024, 1280}, 0, 1, 0},
-                                    {{1030, 1024, 1280}, 255, 1, 0},
-                                    {{360, 1300, 1700}, kRandom, 2, 3},
-                                    {{360, 1300, 1700}, kRandom, 64, 3},
-                                    {{360, 1300, 1700}, kRandom, 65, 3},
-                                    {{360, 4600, 5750}, kRandom, 100, 1}})));
+    ::testing::ValuesIn(twin_cases(
+        {{{20, 8400, 10500}, kRandom, 1, 12}, {{1030, 1024, 1280}, 0, 1, 0},
+         {{1030, 1024, 1280}, 255, 1, 0},     {{360, 1300, 1700}, kRandom, 2, 3},
+         {{360, 1300, 1700}, kRandom, 64, 3}, {{360, 1300, 1700}, kRandom, 65, 3},
+         {{360, 4600, 5750}, kRandom, 100, 1}})));
 #endif
 
 }  // namespace

@@ -15,19 +15,6 @@ namespace {
 
 constexpr uint64_t kSentinel = 0x5a5a5a5a5a5a5a5aull;
 
-// Byte (y, x) = x + 10 y: a right neighbour d bytes on is d more, a lower
-// neighbour d rows down is 10 d more.
-std::vector<uint8_t> ramp_frame(int32_t height, int32_t stride) {
-  std::vector<uint8_t> frame(static_cast<size_t>(height) * stride);
-  for (int32_t y = 0; y < height; ++y) {
-    for (int32_t x = 0; x < stride; ++x) {
-      frame[static_cast<size_t>(y) * stride + x] =
-          static_cast<uint8_t>(x + 10 * y);
-    }
-  }
-  return frame;
-}
-
 struct Outputs {
   uint64_t sum = kSentinel;
   uint64_t aux = kSentinel;
@@ -44,7 +31,9 @@ Outputs extract(const BlockArgs &a) {
   return out;
 }
 
-// Sums and energies by hand on the ramp; *aux_out is left alone.
+// Sums and energies by hand on a ramp, byte (y, x) = x + 10 y: a right
+// neighbour d bytes on is d more, a lower one d rows down 10 d more.
+// *aux_out is left alone.
 TEST(YuvBlock, FlagsClampAndDistancePickSumAndEnergy) {
   const struct {
     int32_t end, size;  // rows and columns 0 .. end of a size x size frame
@@ -68,15 +57,15 @@ TEST(YuvBlock, FlagsClampAndDistancePickSumAndEnergy) {
       {9, 11, 1, 1, 1, 396, 909},
       // Neighbours 2 bytes right and 2 rows down: 2^2 + 20^2 = 404 each.
       {8, 12, 2, 1, 1, 88, 4 * 404}};
-  const std::vector<uint8_t> frame = ramp_frame(12, 12);
+  std::vector<uint8_t> frame(144);
+  for (size_t k = 0; k < 144; ++k) frame[k] = uint8_t(k % 12 + k / 12 * 10);
   for (const auto &c : cases) {
-    const Outputs out = extract(
-        block_args(frame.data(), {c.size, c.size, 12}, {0, c.end, 0, c.end},
-                   c.dist, c.stats_flag, c.gradient_flag));
+    const Outputs out = extract(block_args(frame.data(), {c.size, c.size, 12},
+                                           {0, c.end, 0, c.end}, c.dist,
+                                           c.stats_flag, c.gradient_flag));
     EXPECT_TRUE(out.sum == c.sum && out.result == c.result &&
                 out.aux == kSentinel)
-        << "0.." << c.end << " of " << c.size << " dist " << c.dist
-        << " flags " << c.stats_flag << c.gradient_flag;
+        << &c - cases;
   }
 }
 
@@ -111,8 +100,7 @@ TEST(YuvBlock, EmptyBlockZeroesBothCellsAndFails) {
         extract(block_args(buffer.data(), {c.size, c.size, 16}, c.rect, 1,
                            c.stats_flag, c.gradient_flag));
     EXPECT_TRUE(out.sum == 0 && out.aux == 0 && out.result == UINT64_MAX)
-        << c.rect.row_begin << ".." << c.rect.row_end << " x "
-        << c.rect.col_begin << ".." << c.rect.col_end;
+        << &c - cases;
   }
 }
 
@@ -132,9 +120,9 @@ TEST(YuvFrame, FlatFrameHasNoGradientAndChecksOnlyItsBlocks) {
   BlockFeatureSet set;
   EXPECT_EQ(run_yuv(set, frame.data(), {64, 64, 70}), 0u);
   for (int k = 0; k < 64; ++k) {
-    EXPECT_TRUE(same_fields(set.block[k],
-                            {on_checkerboard(k) ? 400.0 : 0.0, kUnwritten,
-                             kUnwritten, kUnwritten, kUnwritten, kUnwritten}))
+    EXPECT_TRUE(same_fields(
+        set.block[k], {on_checkerboard(k) ? 400.0 : 0.0, kUnwritten, kUnwritten,
+                       kUnwritten, kUnwritten, kUnwritten}))
         << k;
   }
 }
@@ -192,14 +180,11 @@ TEST_P(YuvBlockTwins, NeonMatchesPortable) {
 // strides, and the distances that take the portable path.
 INSTANTIATE_TEST_SUITE_P(
     Planes, YuvBlockTwins,
-    ::testing::ValuesIn(twin_cases({{{17, 63, 63}, kRandom, 1, 40},
-                                    {{20, 64, 64}, kRandom, 1, 40},
-                                    {{21, 65, 67}, kRandom, 1, 40},
-                                    {{33, 127, 128}, kRandom, 1, 40},
-                                    {{64, 257, 257}, kRandom, 1, 40},
-                                    {{135, 1922, 1924}, kRandom, 1, 40},
-                                    {{57, 200, 203}, kRandom, 0, 12},
-                                    {{100, 640, 641}, kRandom, 2, 12}})));
+    ::testing::ValuesIn(twin_cases(
+        {{{17, 63, 63}, kRandom, 1, 40},     {{20, 64, 64}, kRandom, 1, 40},
+         {{21, 65, 67}, kRandom, 1, 40},     {{33, 127, 128}, kRandom, 1, 40},
+         {{64, 257, 257}, kRandom, 1, 40},   {{135, 1922, 1924}, kRandom, 1, 40},
+         {{57, 200, 203}, kRandom, 0, 12},   {{100, 640, 641}, kRandom, 2, 12}})));
 #endif  // QLIS_HAVE_NEON
 
 }  // namespace
