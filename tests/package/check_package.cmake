@@ -1,32 +1,23 @@
 # Installs the build into a scratch prefix, then builds and runs a consumer
-# through find_package(ql_is) and, where pkg-config exists, through it.
+# through find_package(ql_is) and, where pkg-config exists, through it. The
+# consumer includes the installed header, so a header left out of the
+# install fails its build.
 set(prefix ${WORK_DIR}/prefix)
 file(REMOVE_RECURSE ${WORK_DIR})
-execute_process(COMMAND ${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix}
-  RESULT_VARIABLE r OUTPUT_QUIET)
-if(NOT r EQUAL 0)
-  message(FATAL_ERROR "install failed")
-endif()
-foreach(f include/ql_is/ql_is.h)
-  if(NOT EXISTS ${prefix}/${f})
-    message(FATAL_ERROR "missing ${f}")
-  endif()
-endforeach()
 
-execute_process(COMMAND ${CMAKE_COMMAND} -S ${CONSUMER_DIR} -B ${WORK_DIR}/consumer
-  -DCMAKE_PREFIX_PATH=${prefix} RESULT_VARIABLE r OUTPUT_VARIABLE out ERROR_VARIABLE out)
-if(NOT r EQUAL 0)
-  message(FATAL_ERROR "consumer configure failed:\n${out}")
-endif()
-execute_process(COMMAND ${CMAKE_COMMAND} --build ${WORK_DIR}/consumer
-  RESULT_VARIABLE r OUTPUT_VARIABLE out ERROR_VARIABLE out)
-if(NOT r EQUAL 0)
-  message(FATAL_ERROR "consumer build failed:\n${out}")
-endif()
-execute_process(COMMAND ${WORK_DIR}/consumer/consumer RESULT_VARIABLE r OUTPUT_VARIABLE out)
-if(NOT r EQUAL 0)
-  message(FATAL_ERROR "consumer run failed: ${out}")
-endif()
+# Runs one step; any failure ends the check with the step's own output.
+function(step what)
+  execute_process(COMMAND ${ARGN} RESULT_VARIABLE r OUTPUT_VARIABLE out ERROR_VARIABLE out)
+  if(NOT r EQUAL 0)
+    message(FATAL_ERROR "${what} failed:\n${out}")
+  endif()
+endfunction()
+
+step(install ${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
+step("consumer configure" ${CMAKE_COMMAND} -S ${CONSUMER_DIR} -B ${WORK_DIR}/consumer
+     -DCMAKE_PREFIX_PATH=${prefix})
+step("consumer build" ${CMAKE_COMMAND} --build ${WORK_DIR}/consumer)
+step("consumer run" ${WORK_DIR}/consumer/consumer)
 
 find_program(PKG_CONFIG pkg-config)
 if(PKG_CONFIG)
@@ -38,16 +29,10 @@ if(PKG_CONFIG)
     message(FATAL_ERROR "pkg-config does not know ql_is")
   endif()
   separate_arguments(flags UNIX_COMMAND "${flags}")
-  execute_process(COMMAND ${C_COMPILER} ${CONSUMER_DIR}/main.c ${flags}
-    -o ${WORK_DIR}/pc_consumer RESULT_VARIABLE r ERROR_VARIABLE out)
-  if(NOT r EQUAL 0)
-    message(FATAL_ERROR "build with pkg-config flags failed:\n${out}")
-  endif()
+  step("build with pkg-config flags" ${C_COMPILER} ${CONSUMER_DIR}/main.c ${flags}
+       -o ${WORK_DIR}/pc_consumer)
   get_filename_component(libdir ${pc_dir} DIRECTORY)
   set(ENV{LD_LIBRARY_PATH} ${libdir})
-  execute_process(COMMAND ${WORK_DIR}/pc_consumer RESULT_VARIABLE r)
-  if(NOT r EQUAL 0)
-    message(FATAL_ERROR "pkg-config consumer run failed")
-  endif()
+  step("pkg-config consumer run" ${WORK_DIR}/pc_consumer)
 endif()
 message(STATUS "installed package found and used")
