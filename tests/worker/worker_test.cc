@@ -37,16 +37,18 @@ Scene plane(int amplitude) { return Scene{320, 240, 320, 60, 10, amplitude}; }
 // averages out. The flat band scene gives 2 * 24 * 18804 / 19200 = 47, in
 // the band above the low-light limit 46.5 that resets the base only right
 // after start; the dim one, whose checkerboard levels add up to 265488,
-// gives 2 * 265488 / 19200 = 27.
-constexpr double kBand = 47.0;
-constexpr double kDim = 27.0;
-
+// gives 2 * 265488 / 19200 = 27: the luminances 47 and 27 of the last two
+// sequences below.
+//
+// A frame and its judgement: verdict 2 sharper, 3 keep the best, 4 base
+// replaced; the luminance of the lighting regime afterwards; whether the
+// judgement left no base image; the consecutive scene changes (RAW10 only).
 struct Step {
   Scene scene;
-  int32_t format, verdict;  // verdict 2 sharper, 3 keep the best, 4 base replaced
-  double luminance;         // of the lighting regime afterwards
-  bool base_reset;          // the judgement left no base image
-  uint32_t changes = 0;     // consecutive scene changes (RAW10 only)
+  int32_t format, verdict;
+  double luminance;
+  bool base_reset;
+  uint32_t changes = 0;
 };
 
 TEST(PreviewEvaluation, VerdictsBestFrameAndLightingRegimeOverASequence) {
@@ -62,11 +64,11 @@ TEST(PreviewEvaluation, VerdictsBestFrameAndLightingRegimeOverASequence) {
         {bright(30, 25, true), kRaw10, 4, 255, false, 2}}, 1},
       // The first dim frame is judged in normal light and flips the regime,
       // resetting the base; the regime's luminance is written on a flip only.
-      {{{dim(6), kRaw10, 4, kDim, true, 1}, {dim(8), kRaw10, 4, kDim, false, 2},
-        {dim(9), kRaw10, 2, kDim, false, 0}}, 2},
+      {{{dim(6), kRaw10, 4, 27, true, 1}, {dim(8), kRaw10, 4, 27, false, 2},
+        {dim(9), kRaw10, 2, 27, false, 0}}, 2},
       // Right after start the band resets the base by the start-up rule
       // alone, and the regime stays normal.
-      {{{band(10), kRaw10, 4, kBand, true, 1}, {band(12), kRaw10, 4, kBand, false, 2}}, 1},
+      {{{band(10), kRaw10, 4, 47, true, 1}, {band(12), kRaw10, 4, 47, false, 2}}, 1},
   };
   for (const auto &[steps, best] : sequences) {
     ScopedSession session;
@@ -90,118 +92,92 @@ TEST(PreviewEvaluation, VerdictsBestFrameAndLightingRegimeOverASequence) {
   }
 }
 
-TEST(PreviewWorker, DumpsTheFrameItTakesUpAsOnePlane) {
-  ScopedFsRoot root;
-  root.make_dirs("/sdcard");
-  ScopedProperty dump("debug.camera.dump_qlas_prv", "1");
-  ScopedSession session;
-  ASSERT_TRUE(session.ok());
-  auto frame = make_host_frame(12, 64, 16, 80, 0, 0, 1);
-  ASSERT_TRUE(preview_until_evaluated(&frame.param));
-  const auto files = root.files();
-  ASSERT_EQ(files.size(), 1u);
-  EXPECT_TRUE(std::regex_match(
-      files[0], std::regex(R"(/sdcard/\d{8}-\d\d-\d\d-\d\d-\d{3}_qlas_prv_80_64x16\.raw)")));
-  EXPECT_EQ(std::filesystem::file_size(root.path() + files[0]), 80u * 16u) << files[0];
-}
-
-// Puts a frame into bufproc as the intake would and evaluates it; returns
-// the verdict and appends the dump count afterwards to *counts.
-int32_t evaluate(const std::vector<uint8_t> &image, int32_t format, std::vector<int> *counts) {
-  PrevParam job = {};
-  std::tie(job.height, job.width, job.stride, job.format) = std::tuple(480, 640, 800, format);
-  pthread_mutex_lock(&g_asIQThdInfo.mutex);
-  std::memcpy(bufproc.image, image.data(), image.size());
-  PreviewThread(&job);
-  pthread_mutex_unlock(&g_asIQThdInfo.mutex);
-  counts->push_back(dump_count);
-  return job.result;
-}
-
 // Frames are numbered from 1 up to the limit 2000 while the property is 1;
 // the count restarts when it is 0 (or unset) and stands still otherwise.
 // Format 10 goes to the camera's data folder unpadded, its stride standing
 // for the width; an unsupported format is counted, logged by the dump and
-// by the judgement.
+// by the judgement. The worker itself dumps the frame it takes up, one
+// plane of it, named after its time stamp.
 TEST(FrameDumps, NumberEvaluatedFramesUpToTheLimit) {
   ScopedFsRoot root;
   root.make_dirs("/sdcard/DCIM");
   root.make_dirs("/data/misc/camera/qlas");
   ScopedSession session;
   ASSERT_TRUE(session.ok());
+  ScopedProperty prv("debug.camera.dump_qlas_prv", "1");  // evaluate() bypasses the worker
+  const HostFrame preview = make_host_frame(12, 64, 16, 80, 0, 0, 1);
+  ASSERT_TRUE(preview_until_evaluated(&preview.param));
   const std::vector<uint8_t> image = raw10_scene(Scene{});
-  const std::string first = "/sdcard/DCIM/qlfd/640X480_stride800_fmt15_index 1.yuv";
   std::vector<int> counts;
-  {
-    ScopedProperty dump("debug.camera.dump_qlfd", "1");
-    EXPECT_EQ(evaluate(image, 15, &counts), 4);
-    // Whole rows, written before the judgement swaps the frame away.
-    std::ifstream in(root.path() + first, std::ios::binary);
-    EXPECT_EQ(std::vector<uint8_t>(std::istreambuf_iterator<char>(in), {}), image);
-    LogCapture log;
-    EXPECT_EQ(evaluate(image, 12, &counts), 0);
-    EXPECT_EQ(log.texts("QLIS-E"),
-              std::vector<std::string>({"qlas PrevTh format not support 12",
-                                        "qlas PrevTh format not support 12\n"}));
-    dump_count = 1999;
-    evaluate(image, 15, &counts);
-    evaluate(image, 15, &counts);
-  }
-  {
-    ScopedProperty other("debug.camera.dump_qlfd", "3");
-    evaluate(image, 15, &counts);
-  }
-  evaluate(image, 10, &counts);
-  ScopedProperty dump("debug.camera.dump_qlfd", "1");
-  evaluate(image, 10, &counts);
+  // Puts the image into bufproc as the intake would and evaluates it with
+  // the dump property `dump` (null: unset); returns the verdict and notes
+  // the dump count afterwards.
+  auto evaluate = [&](int32_t format, const char *dump) {
+    ScopedProperty property("debug.camera.dump_qlfd", dump);
+    PrevParam job = {};
+    std::tie(job.height, job.width, job.stride, job.format) = std::tuple(480, 640, 800, format);
+    pthread_mutex_lock(&g_asIQThdInfo.mutex);
+    std::memcpy(bufproc.image, image.data(), image.size());
+    PreviewThread(&job);
+    pthread_mutex_unlock(&g_asIQThdInfo.mutex);
+    counts.push_back(dump_count);
+    return job.result;
+  };
+  const std::string first = "/sdcard/DCIM/qlfd/640X480_stride800_fmt15_index 1.yuv";
+  EXPECT_EQ(evaluate(15, "1"), 4);
+  // Whole rows, written before the judgement swaps the frame away.
+  std::ifstream in(root.path() + first, std::ios::binary);
+  EXPECT_EQ(std::vector<uint8_t>(std::istreambuf_iterator<char>(in), {}), image);
+  LogCapture log;
+  EXPECT_EQ(evaluate(12, "1"), 0);
+  EXPECT_EQ(log.texts("QLIS-E"), std::vector<std::string>({"qlas PrevTh format not support 12",
+                                                            "qlas PrevTh format not support 12\n"}));
+  dump_count = 1999;
+  for (auto [format, dump] : {std::pair{15, "1"}, {15, "1"}, {15, "3"}, {10, nullptr}, {10, "1"}})
+    evaluate(format, dump);
   EXPECT_EQ(counts, (std::vector<int>{1, 2, 2000, 2000, 2000, 0, 1}));
   const std::string nv = "/data/misc/camera/qlas/800X480_stride800_fmt10_index 1.yuv";
   const std::string last = "/sdcard/DCIM/qlfd/640X480_stride800_fmt15_index2000.yuv";
-  EXPECT_EQ(root.files(), std::vector<std::string>({nv, first, last}));
+  std::vector<std::string> files = root.files();
+  const std::regex stamp(R"(^/sdcard/\d{8}-\d\d-\d\d-\d\d-\d{3}_)");
+  for (std::string &f : files) f = std::regex_replace(f, stamp, "/sdcard/T_");
+  EXPECT_EQ(files, std::vector<std::string>({nv, "/sdcard/T_qlas_prv_80_64x16.raw", first, last}));
+  EXPECT_EQ(std::filesystem::file_size(root.path() + root.files()[1]), 80u * 16u);
   EXPECT_EQ(std::filesystem::file_size(root.path() + nv), 480u * 800u);
 }
 
 std::vector<uintptr_t> words(uintptr_t first) {
-  std::vector<uintptr_t> v(40);
+  std::vector<uintptr_t> v(48);
   std::iota(v.begin(), v.end(), first);
   return v;
 }
 
-// Counts on both sides of the four-word steps; nothing moves for n <= 0
-// and nothing past word n - 1.
-TEST(SwapBuf, ExchangesExactlyTheFirstNWords) {
-  for (int n : {-100, -1, 0, 1, 2, 3, 5, 6, 7, 8, 9, 13, 16, 33}) {
-    auto a = words(100);
-    auto b = words(900);
+// Counts on both sides of the four-word steps: nothing moves for n <= 0
+// and nothing past word n - 1. Overlapping arrays show the order of loads
+// and stores: both versions agree on it, the word-by-word fallback
+// included. Four-word steps need more than five words and the arrays 16
+// bytes apart, either way round.
+TEST(SwapBuf, ExchangesExactlyTheFirstNWordsAndBothVersionsAgreeOnOverlaps) {
+  for (int n : {-100, -1, 0, 1, 2, 3, 5, 6, 7, 8, 9, 12, 13, 16, 33}) {
+    auto a = words(100), b = words(900);
     swap_buf(a.data(), b.data(), n);
-    for (uintptr_t i = 0; i < 40; ++i) {
+    for (uintptr_t i = 0; i < 48; ++i) {
       const bool swapped = static_cast<int>(i) < n;
       ASSERT_TRUE(a[i] == (swapped ? 900 : 100) + i && b[i] == (swapped ? 100 : 900) + i) << n;
     }
-  }
-}
-
-// Overlapping arrays show the order of loads and stores: both versions
-// agree on it, the word-by-word fallback included. Four-word steps need
-// more than five words and the arrays 16 bytes apart, either way round.
-TEST(SwapBufTwins, AgreeOnOverlappingArraysAndOnWhenToUseVectorSteps) {
-  for (int n : {2, 6, 7, 9, 12}) {
     for (size_t offset = 0; offset <= 9; ++offset) {
-      auto p = words(1);
-      auto q = words(1);
+      auto p = words(1), q = words(1);
       auto *pb = reinterpret_cast<uint8_t *>(p.data());
       auto *qb = reinterpret_cast<uint8_t *>(q.data());
       qlis::portable::swap_words(pb, pb + offset * sizeof(uintptr_t), n);
       qlis::kernels::swap_words(qb, qb + offset * sizeof(uintptr_t), n);
-      EXPECT_EQ(p, q) << "n " << n << " offset " << offset;
+      ASSERT_EQ(p, q) << "n " << n << " offset " << offset;
     }
   }
-  uint8_t buffer[256] = {};
-  EXPECT_FALSE(qlis::swap_uses_vector_steps(buffer, buffer + 64, 5));
-  EXPECT_TRUE(qlis::swap_uses_vector_steps(buffer, buffer + 64, 6));
-  EXPECT_TRUE(qlis::swap_uses_vector_steps(buffer + 16, buffer, 6));
-  EXPECT_FALSE(qlis::swap_uses_vector_steps(buffer + 15, buffer, 6));
-  EXPECT_FALSE(qlis::swap_uses_vector_steps(buffer, buffer + 15, 6));
+  uint8_t m[256] = {};
+  for (auto [a, b, n, vector] : {std::tuple{0, 64, 5, false}, {0, 64, 6, true}, {16, 0, 6, true},
+                                 {15, 0, 6, false}, {0, 15, 6, false}})
+    EXPECT_EQ(qlis::swap_uses_vector_steps(m + a, m + b, n), vector) << a << " " << b;
 }
 
 }  // namespace
