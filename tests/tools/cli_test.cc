@@ -58,18 +58,15 @@ TEST_F(Cli, BadInputIsOneLineAStatusAndNoOutput) {
       {"synth --out new --width 6000 --height 4000 --format yuv", 1, "more than the library's image buffer"},
       {"synth --out new --seed -1", 2, "not a whole number below 2^64"},
       {"synth --out full --width 64 --height 48", 1, "already holds files; give --force"},
-      {"demo --out full", 1, "give --force"}, {"demo --frames many --out new", 2, "--frames"},
-      {"demo --force --frames 0 --out full", 1, "--frames must be 1 to 2000"},
+      {"demo --frames many --out new", 2, "--frames"}, {"demo --frames 0 --out new", 1, "--frames must be 1 to 2000"},
       {"replay 640X480_stride800_fmt15_index11.yuv", 1, "holds 20000 bytes, fewer than the 384000"},
       {raw + " --format 15x --width 8 --height 8 --stride 8", 1, "unknown format \"15x\""},
       {"replay '16X4_stride20_fmt12_index 1.yuv'", 1, "unknown format code 12: use 15 (raw10), 10 or 13 (yuv)"},
       {"replay '16X4_stride0_fmt15_index 1.yuv'", 1, "width, height and stride must be positive"},
-      {raw + " --format raw10 --width 16 --height 4 --stride 19", 1,
-       "stride 19 is too small for a raw10 row of 16 pixels, which needs 20 bytes"},
+      {raw + " --format raw10 --width 16 --height 4 --stride 19", 1, "which needs 20 bytes"},
       {raw + " --format yuv --width 16 --height 4 --stride 15", 1, "needs 16 bytes"},
       {raw + " --format yuyv --width 16 --height 4 --stride 31", 1, "needs 32 bytes"},
-      {raw + " --format raw10 --width 8000 --height 3201 --stride 10000", 1,
-       "needs 32010000 bytes, more than the library's 32000000-byte image buffer"},
+      {raw + " --format raw10 --width 8000 --height 3201 --stride 10000", 1, "needs 32010000 bytes, more"},
       {"replay '6000X4000_stride6000_fmt13_index 1.yuv'", 1, "with its chroma is larger than the library's"},
       {"replay frames --burst" + f, 1, "a burst takes 2 to 6 frames, not 1"},
       {"replay frames --burst" + f + f + f + f + f + f + f, 1, "2 to 6 frames, not 7"},
@@ -99,26 +96,25 @@ TEST_F(Cli, BadInputIsOneLineAStatusAndNoOutput) {
 
 TEST_F(Cli, ReplayDecidesOnTheBuiltInStream) {
   const json doc = run_json("replay --json frames --capture" + file(kBlurry));
-  json verdicts, regimes;
-  for (size_t i = 0; i < files_.size(); ++i) {
-    EXPECT_EQ(doc["frames"][i]["name"], fs::path(files_[i]).filename().string()) << "replayed by index";
-    verdicts.push_back(doc["frames"][i]["verdict"]);
-    regimes.push_back(doc["frames"][i]["regime"]);
+  json verdicts;
+  for (size_t i = 0; i < files_.size(); ++i) {  // replayed by index, all bright
+    const json &f = doc["frames"][i];
+    EXPECT_EQ(json({f["name"], f["regime"]}), json({fs::path(files_[i]).filename().string(), "normal"}));
+    verdicts.push_back(f["verdict"]);
   }
   // Smears 1.8, 0.4, 2.2, 9.2, 8.3, 0.2, 0.3, 2.5 px: frame 1 beats the
-  // first, frame 5 (the sharpest) beats frame 1 and is kept. All bright.
+  // first, frame 5 (the sharpest) beats frame 1 and is kept.
   EXPECT_EQ(verdicts, json({4, 2, 3, 3, 3, 2, 3, 3}));
-  EXPECT_EQ(regimes, json(std::vector<std::string>(8, "normal")));
   EXPECT_EQ(json({doc["summary"]["kept_index"], doc["summary"]["evaluated"], doc["fps"]}), json({5, 8, nullptr}));
   // The shaken capture gives way to the kept frame.
   EXPECT_EQ(json({doc["capture"]["verdict"], doc["capture"]["replaced"]}), json({3, true}));
   // The text says the same: the summary, and the kept mark on its frame's line.
-  const std::string text = run("replay frames").out;
+  // With --log, a library line that holds newlines keeps the indent on each piece.
+  const std::string text = run("replay --log frames").out;
   EXPECT_NE(text.find("8 frames: 8 handed over, 8 evaluated, 0 dropped"), std::string::npos) << text;
   const size_t at = text.find(fs::path(files_[5]).filename().string());
   EXPECT_LT(text.find("<- kept", at), text.find('\n', at));
-  // With --log, a library line that holds newlines keeps the indent on each piece.
-  EXPECT_NE(run("replay --log frames").out.find("\n        |  ######## sum_lum"), std::string::npos);
+  EXPECT_NE(text.find("\n        |  ######## sum_lum"), std::string::npos);
   // The burst names its sharpest frame (5) and its blurriest (3), but it holds
   // the kept frame itself: a score equal to the base's forbids the replacing.
   const json b = run_json("replay --json frames --burst" + file(2) + file(kBlurry) + file(5))["burst"];
@@ -129,8 +125,7 @@ TEST_F(Cli, ReplayDecidesOnTheBuiltInStream) {
   EXPECT_EQ(json({flat["verdict"], flat["replaced"]}), json({4, false}));
   // Paced, the worker drops frames as on a phone; every frame is accounted for.
   const json s = run_json("replay --json --fps 2000 frames frames plain.raw" + geometry_)["summary"];
-  EXPECT_EQ(s["frames"], 17);
-  EXPECT_EQ(s["handed_over"].get<int>() + s["dropped"].get<int>(), 17);
+  EXPECT_EQ(json({s["frames"], s["handed_over"].get<int>() + s["dropped"].get<int>()}), json({17, 17}));
   EXPECT_LE(s["evaluated"].get<int>(), s["handed_over"].get<int>());
 }
 
@@ -167,8 +162,7 @@ TEST(SessionRunner, ReblurScoreWithATightArenaIsTheSessionArenasScore) {
   for (const qlis::tool::FrameDesc d : {qlis::tool::FrameDesc{15, 640, 480, 800}, {15, 92, 47, 120}, {15, 44, 44, 60}})
     EXPECT_EQ(qlis::tool::reblur_score(d, bytes),
               compare_reblue_with_luminance_compensation(bytes.data(), d.height, d.width, uint32_t(d.stride), 1, 5,
-                                                         ScratchArena{arena.data(), uint32_t(arena.size()), 0}))
-        << d.width << "x" << d.height;
+                                                         ScratchArena{arena.data(), uint32_t(arena.size()), 0}));
 }
 
 }  // namespace

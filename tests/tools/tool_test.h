@@ -42,11 +42,6 @@ inline ToolRun run_tool(const std::string &work, const std::string &args) {
   return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(out), slurp(err)};
 }
 
-inline const tool::RgbImage &coffee() {
-  static const tool::RgbImage photo = tool::read_png_rgb(QLIS_TOOL_DATA_DIR "/coffee.png");
-  return photo;
-}
-
 // Eight RAW10 frames of 640x480 (indices 1 to 8 in their names); frame 3
 // has the longest smear (9.2 px), the capture a shaky hand would take.
 inline constexpr size_t kBlurry = 3;
@@ -54,7 +49,7 @@ inline const std::vector<tool::SynthFrame> &live_stream() {
   static const std::vector<tool::SynthFrame> frames = [] {
     tool::SynthParams p;
     p.width = 640, p.height = 480, p.frames = 8, p.seed = 5;
-    return tool::synthesize(coffee(), p);
+    return tool::synthesize(tool::read_png_rgb(QLIS_TOOL_DATA_DIR "/coffee.png"), p);
   }();
   return frames;
 }
