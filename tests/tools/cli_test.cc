@@ -71,9 +71,16 @@ TEST_F(Cli, BadInputIsOneLineAStatusAndNoOutput) {
       {"replay frames --burst" + f, 1, "a burst takes 2 to 6 frames, not 1"},
       {"replay frames --burst" + f + f + f + f + f + f + f, 1, "2 to 6 frames, not 7"},
       {"replay 20240102-09-05-03-007_qlas_prv_x_1x1.raw", 1, "looks like a dump"},
-      {"replay frames 64X48_stride80_fmt15_index12.yuv", 1, "must share one geometry"},
+      {"replay frames '160X120_stride160_fmt13_index 1.yuv'", 1, "must share one geometry"},
+      {"replay 64X48_stride80_fmt15_index12.yuv", 1, "holds 20000 bytes, more than the 3840 of a raw10"},
+      {raw + " --format yuyv --width 400 --height 480 --stride 800", 1, "live session does not take"},
+      {raw + " --format raw10 --width 0 --height 8 --stride 10", 1, "--width must be positive, not 0"},
+      {"score plain.raw --format raw10 --width 8 --height 8 --stride 0", 1, "--stride must be positive, not 0"},
+      {raw + " --format raw10 --width 6 --height 8 --stride 10", 1, "width must be a multiple of 4"},
+      {raw + " --format yuv --width 4 --height 2 --stride 4", 1, "at least 16 pixels"},
       {raw + " --format raw10 --height 480 --stride 800", 1, "--width, --height and --stride"},
-      {"replay frames --capture" + f + " --burst" + f + f, 2, "excludes"}, {"replay frames --fps -5", 2, "--fps"},
+      {"replay frames --capture" + f + " --burst" + f + f, 2, "excludes"},
+      {"replay frames --fps 0", 1, "--fps must be a positive number"}, {"replay frames --fps -5", 1, "--fps must be a"},
       {"replay none.yuv", 1, "cannot open"}, {"replay full", 1, "holds no files named like the library's dumps"},
       {"score --heatmap taken.png" + f, 1, "taken.png already exists; give --force"},
       {"score --heatmap map.png '160X120_stride160_fmt13_index 1.yuv'", 1, "RAW10 frames only"},
@@ -123,10 +130,14 @@ TEST_F(Cli, ReplayDecidesOnTheBuiltInStream) {
   write_bytes(root_.path() + "/flat.raw", std::vector<uint8_t>(480 * 800, 100));
   const json flat = run_json("replay --json frames --capture flat.raw" + geometry_)["capture"];
   EXPECT_EQ(json({flat["verdict"], flat["replaced"]}), json({4, false}));
-  // Paced, the worker drops frames as on a phone; every frame is accounted for.
-  const json s = run_json("replay --json --fps 2000 frames frames plain.raw" + geometry_)["summary"];
-  EXPECT_EQ(json({s["frames"], s["handed_over"].get<int>() + s["dropped"].get<int>()}), json({17, 17}));
-  EXPECT_LE(s["evaluated"].get<int>(), s["handed_over"].get<int>());
+  // Paced, the worker drops frames as on a phone; every frame is accounted for, and
+  // each one not judged says why. The stream starts once the worker waits: the
+  // first frame is judged in every run, though a worker just started misses it often.
+  for (int round = 0; round < 6; ++round) {
+    const json d = run_json("replay --json --fps 2000 frames frames plain.raw" + geometry_)["frames"];
+    EXPECT_EQ(json({d.size(), d[0]["evaluated"]}), json({17, true}));
+    for (const json &f : d) EXPECT_NE(f["evaluated"], f["reason"].is_string()) << f;
+  }
 }
 
 TEST_F(Cli, ScoreGivesTheLibrarysValuesAndOneHeatmapPerFile) {
@@ -142,8 +153,8 @@ TEST_F(Cli, ScoreGivesTheLibrarysValuesAndOneHeatmapPerFile) {
   // No label or re-blur for a frame of another geometry or format; the luma driver.
   fs::copy_file(files_[0], root_.path() + "/320X480_stride400_fmt15_index 1.yuv");
   fs::copy_file(files_[0], root_.path() + "/640X480_stride640_fmt13_index 2.yuv");
-  const json others = run_json("score --json" + file(0) + " '320X480_stride400_fmt15_index 1.yuv' "
-                               "'640X480_stride640_fmt13_index 2.yuv'")["frames"];
+  const json others = run_json("score --json --allow-trailing-bytes" + file(0) +
+                               " '320X480_stride400_fmt15_index 1.yuv' '640X480_stride640_fmt13_index 2.yuv'")["frames"];
   EXPECT_EQ(json({others[1]["label"], others[2]["label"], others[2]["reblur"]}), json({nullptr, nullptr, nullptr}));
   EXPECT_EQ(others[2]["drivers"], json({{"calc_feature_quality_with_sub_yuv", 1213853514816}}));
 }
@@ -152,6 +163,25 @@ TEST_F(Cli, ScoreGivesTheLibrarysValuesAndOneHeatmapPerFile) {
 TEST(SessionRunner, IsOneAtATime) {
   qlis::tool::SessionRunner runner;
   EXPECT_THROW(qlis::tool::SessionRunner second, qlis::tool::ToolError);
+}
+
+// A hand-over whose wake-up was lost is handed over again by settle with that
+// frame's own bytes, though replay has swapped the vector holding them away.
+TEST(SessionRunner, SettleHandsALostFrameOverAgainWithItsOwnBytes) {
+  qlis::tool::SessionRunner runner;
+  runner.evaluate(live_stream()[0].desc, live_stream()[0].bytes, "first");
+  std::vector<uint8_t> current = live_stream()[1].bytes, previous = live_stream()[0].bytes;
+  runner.set_intake([&, own = current](const FrameParam &p) {
+    EXPECT_TRUE(std::equal(p.image.ptr, p.image.ptr + p.image_size, own.begin(), own.end()));
+    // Its first hand-over is left as the intake leaves one, but without the
+    // wake-up: the worker sleeps on in its wait.
+    if (prevParam.side == p.side.ptr) return ql_is_process_preview(&p);
+    prevParam.side = p.side.ptr, g_asIQThdInfo.pending = 1;
+  });
+  runner.offer(live_stream()[1].desc, current, "second");
+  previous.swap(current);  // as replay does: the buffer lives on in `previous`
+  runner.settle();
+  EXPECT_TRUE(runner.records()[1].evaluated);
 }
 
 // The tool's own arena is sized to the comparison's need: the same score

@@ -37,9 +37,9 @@ constexpr auto kPacingSlice = std::chrono::milliseconds(1);
 
 struct ReplayOptions {
   std::vector<std::string> inputs;
-  std::string format;
-  int32_t width = 0, height = 0, stride = 0;
-  double fps = 0.0;
+  GeometryOptions geometry;
+  double fps = 0.0;  // 0: every frame evaluated
+  bool fps_given = false;
   std::string capture;
   std::vector<std::string> burst;
   bool json = false;
@@ -118,12 +118,10 @@ ReplayRun run_replay(const ReplayOptions &o) {
                            static_cast<int32_t>(o.burst.size()) > kBurstMax)) {
     throw ToolError("a burst takes 2 to 6 frames, not " + std::to_string(o.burst.size()));
   }
-  if (o.fps < 0.0 || !std::isfinite(o.fps)) throw ToolError("--fps must be a positive number");
-  RawGeometry raw;
-  if (!o.format.empty()) raw.format = parse_format(o.format);
-  raw.width = o.width;
-  raw.height = o.height;
-  raw.stride = o.stride;
+  if (o.fps_given && !(o.fps > 0.0 && std::isfinite(o.fps))) {
+    throw ToolError("--fps must be a positive number");
+  }
+  const RawGeometry raw = raw_geometry(o.geometry);
 
   ReplayRun run;
   run.frames = resolve_preview_inputs(o.inputs, raw);
@@ -137,6 +135,12 @@ ReplayRun run_replay(const ReplayOptions &o) {
     all.push_back(run.burst_inputs.back());
   }
   require_one_geometry(all);
+  // Only the library's YUYV feature driver reads format 20; the session
+  // would answer every frame "format not supported".
+  if (all.front().desc.format == kFormatYuyv) {
+    throw ToolError(all.front().path + " is a yuyv frame, which the library's live session "
+                    "does not take (qlis score measures it): replay raw10, yuv10 or yuv13 frames");
+  }
   if (!run.burst_inputs.empty()) {
     // The library copies image_size bytes of each: one size for all.
     std::vector<uint64_t> sizes;
@@ -152,7 +156,7 @@ ReplayRun run_replay(const ReplayOptions &o) {
   SessionRunner runner;
   // The stream starts once the session is up: init's allocations would
   // otherwise make the first frames late and hand them over back to back.
-  const auto start = Clock::now();
+  auto start = Clock::now();
   {
     Progress progress(run.frames.size());
     if (o.fps > 0.0) {
@@ -166,6 +170,7 @@ ReplayRun run_replay(const ReplayOptions &o) {
           std::this_thread::sleep_for(std::min<Clock::duration>(kPacingSlice, due - Clock::now()));
         }
         runner.offer(run.frames[i].desc, current, run.frames[i].name);
+        if (i == 0) start = Clock::now();  // the worker has taken the first frame
         // The runner may read the frame it last handed over until the next offer.
         previous.swap(current);
         progress.update(i + 1);
@@ -227,7 +232,7 @@ void print_text(const ReplayRun &run, const ReplayOptions &o) {
   for (const PreviewRecord &r : run.records) {
     handed += r.handed_over;
     evaluated += r.evaluated;
-    std::string verdict = "-";
+    std::string verdict = r.evaluated ? "-" : r.reason;
     if (r.evaluated) verdict = std::to_string(r.verdict) + " " + verdict_meaning(r.verdict);
     std::printf("%5d  %-*s  %-10s  %-42s  %-6s  %-10s  %-10s%s\n", r.index, nw, r.name.c_str(),
                 intake(r), verdict.c_str(), regime(r), score_text(r.reblur).c_str(),
@@ -288,6 +293,7 @@ json to_json(const ReplayRun &run, const ReplayOptions &o) {
               {"attempts", r.attempts},
               {"verdict", r.evaluated ? json(r.verdict) : json(nullptr)},
               {"meaning", r.evaluated ? json(verdict_meaning(r.verdict)) : json(nullptr)},
+              {"reason", r.reason.empty() ? json(nullptr) : json(r.reason)},
               {"regime", regime(r)},
               {"luminance_before", r.evaluated ? number_or_null(r.luminance_before) : json(nullptr)},
               {"luminance", r.evaluated ? number_or_null(r.luminance) : json(nullptr)},
@@ -347,17 +353,11 @@ Subcommand add_replay_command(CLI::App &parent) {
   cmd->add_option("frames", o->inputs,
                   "Frame files, or directories whose dump-named files are taken")
       ->required();
-  cmd->add_option("--format", o->format,
-                  "Format of files not named like dumps: raw10 (15), yuv10 (10), yuv13 or "
-                  "yuv (13), yuyv (20); for dump names without a format, overrides the one "
-                  "inferred");
-  cmd->add_option("--width", o->width, "Width in pixels of files not named like dumps");
-  cmd->add_option("--height", o->height, "Height in pixels of files not named like dumps");
-  cmd->add_option("--stride", o->stride, "Bytes per row of files not named like dumps");
-  cmd->add_option("--fps", o->fps,
-                  "Pace the frames at this rate with real sleeps, so that the worker drops "
-                  "frames as on the phone (default: wait for every evaluation)")
-      ->check(CLI::PositiveNumber);
+  add_geometry_options(*cmd, o->geometry);
+  CLI::Option *fps = cmd->add_option(
+      "--fps", o->fps,
+      "Pace the frames at this rate with real sleeps, so that the worker drops "
+      "frames as on the phone (default: wait for every evaluation)");
   CLI::Option *capture =
       cmd->add_option("--capture", o->capture, "End with a single capture of this frame");
   CLI::Option *burst = cmd->add_option("--burst", o->burst,
@@ -370,9 +370,11 @@ Subcommand add_replay_command(CLI::App &parent) {
       "<w>X<h>_stride<s>_fmt<f>_index<i>.yuv, the capture dumps) carry their geometry\n"
       "and are replayed in the order of their time stamps, save_to_file dumps by\n"
       "index after them; other files follow in the order given and need --format,\n"
-      "--width, --height and --stride. A directory contributes its dump-named files\n"
-      "only (a manifest beside them is skipped). All frames of one run, capture and\n"
-      "burst included, must share one geometry.\n"
+      "--width, --height and --stride. A file longer than its frame is refused\n"
+      "unless --allow-trailing-bytes is given. A directory contributes its\n"
+      "dump-named files only (a manifest beside them is skipped). All frames of one\n"
+      "run, capture and burst included, must share one geometry, in a format the\n"
+      "live session takes: raw10, yuv10 or yuv13.\n"
       "Each frame's line: index, name, intake (evaluated; dropped: the worker was\n"
       "busy; not judged: handed over but replaced by the next hand-over before the\n"
       "worker took it), the verdict and its meaning, the lighting regime it was\n"
@@ -380,7 +382,8 @@ Subcommand add_replay_command(CLI::App &parent) {
       "sharper) and the base image's afterwards, and a mark on the frame in bufmax.\n"
       "A progress bar appears on standard error when it is a terminal and the run\n"
       "is long. Set QLIS_LOG=1 to see the library's lines as they are logged.");
-  return {cmd, [o]() {
+  return {cmd, [o, fps]() {
+            o->fps_given = fps->count() > 0;
             const ReplayRun run = run_replay(*o);
             if (o->json) {
               std::printf("%s\n", to_json(run, *o).dump(2).c_str());

@@ -25,8 +25,7 @@ namespace fs = std::filesystem;
 
 struct ScoreOptions {
   std::vector<std::string> files;
-  std::string format;
-  int32_t width = 0, height = 0, stride = 0;
+  GeometryOptions geometry;
   std::string heatmap;
   bool force = false;
   bool json = false;
@@ -47,11 +46,7 @@ std::string heatmap_path(const std::string &path, size_t index, size_t count) {
 }
 
 int run_score(const ScoreOptions &o) {
-  RawGeometry raw;
-  if (!o.format.empty()) raw.format = parse_format(o.format);
-  raw.width = o.width;
-  raw.height = o.height;
-  raw.stride = o.stride;
+  const RawGeometry raw = raw_geometry(o.geometry);
   std::vector<ReplayInput> inputs;
   for (const std::string &f : o.files) inputs.push_back(resolve_single_input(f, raw));
   if (!o.heatmap.empty()) {
@@ -135,11 +130,7 @@ Subcommand add_score_command(CLI::App &parent) {
       "score", "Measure single frames with the library's feature drivers, re-blur and classifier");
   cmd->add_option("files", o->files, "Frame files (dump-named, or described by the options)")
       ->required();
-  cmd->add_option("--format", o->format,
-                  "Format of files not named like dumps: raw10, yuv10, yuv13 or yuv, yuyv");
-  cmd->add_option("--width", o->width, "Width in pixels of files not named like dumps");
-  cmd->add_option("--height", o->height, "Height in pixels of files not named like dumps");
-  cmd->add_option("--stride", o->stride, "Bytes per row of files not named like dumps");
+  add_geometry_options(*cmd, o->geometry);
   cmd->add_option("--heatmap", o->heatmap,
                   "Write the block heatmap of each frame to this PNG (RAW10 only); with "
                   "several files, one PNG each, named <stem>_<index><ext>");

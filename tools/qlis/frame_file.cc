@@ -19,6 +19,8 @@ namespace {
 constexpr int64_t kRaw10GroupBytes = 5;
 constexpr int64_t kRaw10GroupPixels = 4;
 constexpr int64_t kYuyvBytesPerPixel = 2;
+// Below this the library's luminance divides by zero.
+constexpr int64_t kMinPixels = 16;
 
 std::string geometry_text(const FrameDesc &d) {
   return std::to_string(d.width) + "x" + std::to_string(d.height) +
@@ -101,6 +103,15 @@ void validate_frame(const FrameDesc &d) {
   if (!is_known_format(d.format)) {
     throw ToolError("unknown format code " + std::to_string(d.format) +
                     ": use 15 (raw10), 10 or 13 (yuv) or 20 (yuyv)");
+  }
+  if (d.format == kFormatRaw10 && d.width % kRaw10GroupPixels != 0) {
+    throw ToolError("a raw10 frame's width must be a multiple of 4 (four pixels pack into "
+                    "five bytes), not " + std::to_string(d.width));
+  }
+  if (static_cast<int64_t>(d.width) * d.height < kMinPixels) {
+    throw ToolError("a frame of " + std::to_string(d.width) + "x" + std::to_string(d.height) +
+                    " is too small: the library takes frames of at least " +
+                    std::to_string(kMinPixels) + " pixels");
   }
   const int64_t needed = min_stride(d);
   if (d.stride < needed) {

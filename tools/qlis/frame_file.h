@@ -44,9 +44,10 @@ uint64_t plane_bytes(const FrameDesc &desc);
 uint64_t frame_bytes(const FrameDesc &desc);
 
 // Throws ToolError unless the description is one the library can take:
-// positive sizes, a known format, a stride that holds a row (RAW10:
-// 5 * (width / 4) bytes; YUV: width; YUYV: 2 * width) and a first plane
-// that fits the image buffer.
+// positive sizes, a known format, a RAW10 width that is a multiple of 4,
+// at least 16 pixels, a stride that holds a row (RAW10: 5 * (width / 4)
+// bytes; YUV: width; YUYV: 2 * width) and a first plane that fits the
+// image buffer.
 void validate_frame(const FrameDesc &desc);
 
 struct LoadedFrame {
@@ -58,7 +59,8 @@ struct LoadedFrame {
 // Reads a raw frame. The file must hold at least the first plane; YUV
 // chroma after it is loaded when present (up to frame_bytes) and optional
 // otherwise, since the library never reads it and its own dumps of YUV
-// frames hold the luma plane only. Bytes past frame_bytes are ignored.
+// frames hold the luma plane only. Bytes past frame_bytes are ignored
+// (replay and score refuse such files unless told they are expected).
 // Throws ToolError for an invalid description, a missing, unreadable or
 // short file, or an image larger than the library's image buffer.
 LoadedFrame load_frame(const std::string &path, const FrameDesc &desc);

@@ -21,8 +21,9 @@ std::string describe(const FrameDesc &d) {
          std::to_string(d.height) + ", stride " + std::to_string(d.stride);
 }
 
-// What load_frame would refuse, found without reading the frame.
-void check_file(const ReplayInput &in) {
+// What load_frame would refuse, found without reading the frame, and a
+// file longer than the frame it is said to hold.
+void check_file(const ReplayInput &in, bool allow_trailing_bytes) {
   std::error_code ec;
   const fs::file_status status = fs::status(in.path, ec);
   if (ec || !fs::exists(status)) {
@@ -40,6 +41,14 @@ void check_file(const ReplayInput &in) {
     throw ToolError(in.path + " holds " + std::to_string(size) + " bytes, fewer than the " +
                     std::to_string(plane_bytes(in.desc)) + " (height x stride) of a " +
                     describe(in.desc) + " frame");
+  }
+  if (size > frame_bytes(in.desc) && !allow_trailing_bytes) {
+    const bool yuv = frame_bytes(in.desc) > plane_bytes(in.desc);
+    throw ToolError(in.path + " holds " + std::to_string(size) + " bytes, more than the " +
+                    std::to_string(frame_bytes(in.desc)) + " of a " + describe(in.desc) +
+                    " frame" + (yuv ? " with its chroma" : "") +
+                    ": check the geometry, or give --allow-trailing-bytes if the file holds "
+                    "more than the frame");
   }
   if (std::min(size, frame_bytes(in.desc)) > kImageBufferBytes) {
     throw ToolError(in.path + ": a " + describe(in.desc) +
@@ -59,16 +68,46 @@ ReplayInput from_raw(const std::string &path, const RawGeometry &raw) {
   if (!fs::exists(path, ec)) {
     throw ToolError("cannot open " + path + ": " + std::strerror(ENOENT));
   }
-  if (!raw.format || raw.width == 0 || raw.height == 0 || raw.stride == 0) {
+  if (!raw.format || !raw.width || !raw.height || !raw.stride) {
     throw ToolError(path +
                     " is not named like a dump of the library: describe it with --format, "
                     "--width, --height and --stride");
   }
   return {path, fs::path(path).filename().string(),
-          FrameDesc{*raw.format, raw.width, raw.height, raw.stride}, false};
+          FrameDesc{*raw.format, *raw.width, *raw.height, *raw.stride}, false};
 }
 
 }  // namespace
+
+void add_geometry_options(CLI::App &cmd, GeometryOptions &o) {
+  cmd.add_option("--format", o.format,
+                 "Format of files not named like dumps: raw10 (15), yuv10 (10), yuv13 or "
+                 "yuv (13), yuyv (20, which replay refuses: the live session does not take "
+                 "it); for dump names without a format, overrides the one inferred");
+  cmd.add_option("--width", o.width, "Width in pixels of files not named like dumps");
+  cmd.add_option("--height", o.height, "Height in pixels of files not named like dumps");
+  cmd.add_option("--stride", o.stride, "Bytes per row of files not named like dumps");
+  cmd.add_flag("--allow-trailing-bytes", o.allow_trailing_bytes,
+               "Take files longer than their frame (a YUV frame: its luma plane and "
+               "chroma), reading the frame from the start; without it they are refused");
+}
+
+RawGeometry raw_geometry(const GeometryOptions &o) {
+  RawGeometry raw;
+  if (!o.format.empty()) raw.format = parse_format(o.format);
+  const std::pair<const char *, std::optional<int32_t>> sizes[] = {
+      {"--width", o.width}, {"--height", o.height}, {"--stride", o.stride}};
+  for (const auto &[option, value] : sizes) {
+    if (value && *value <= 0) {
+      throw ToolError(std::string(option) + " must be positive, not " + std::to_string(*value));
+    }
+  }
+  raw.width = o.width;
+  raw.height = o.height;
+  raw.stride = o.stride;
+  raw.allow_trailing_bytes = o.allow_trailing_bytes;
+  return raw;
+}
 
 ReplayInput resolve_single_input(const std::string &path, const RawGeometry &raw) {
   std::error_code ec;
@@ -77,7 +116,7 @@ ReplayInput resolve_single_input(const std::string &path, const RawGeometry &raw
   }
   const std::optional<DumpName> dump = parse_dump_name(path);
   ReplayInput in = dump ? from_dump(path, *dump, raw) : from_raw(path, raw);
-  check_file(in);
+  check_file(in, raw.allow_trailing_bytes);
   return in;
 }
 
@@ -114,7 +153,7 @@ std::vector<ReplayInput> resolve_preview_inputs(const std::vector<std::string> &
   for (auto &d : dumps) frames.push_back(std::move(d.second));
   for (auto &o : others) frames.push_back(std::move(o));
   if (frames.empty()) throw ToolError("no frames to replay");
-  for (const ReplayInput &in : frames) check_file(in);
+  for (const ReplayInput &in : frames) check_file(in, raw.allow_trailing_bytes);
   return frames;
 }
 

@@ -124,8 +124,7 @@ SessionRunner::~SessionRunner() {
   ql_is_deinit();
 }
 
-FrameParam SessionRunner::frame_param(const FrameDesc &desc,
-                                      const std::vector<uint8_t> &bytes,
+FrameParam SessionRunner::frame_param(const FrameDesc &desc, Bytes bytes,
                                       const uint8_t *tag, int32_t mode) const {
   if (bytes.size() > kImageBufferBytes || bytes.size() < plane_bytes(desc)) {
     throw ToolError("a frame of " + std::to_string(bytes.size()) +
@@ -160,13 +159,44 @@ int32_t SessionRunner::add_record(const FrameDesc &desc,
   return records_.back().index;
 }
 
-void SessionRunner::hand_over(int32_t index, const std::vector<uint8_t> &bytes) {
+void SessionRunner::hand_over(int32_t index, Bytes bytes) {
   PreviewRecord &r = records_[static_cast<size_t>(index)];
   const FrameParam p = frame_param(r.desc, bytes, &tags_[static_cast<size_t>(index)], 0);
   ++r.attempts;
-  ql_is_process_preview(&p);
+  intake_(p);
   unresolved_.push_back(index);
-  last_bytes_ = &bytes;
+  // Only this thread hands over, and the worker never writes the job's
+  // side pointer: it can be read without the lock.
+  if (prevParam.side == p.side.ptr) {
+    last_index_ = index;
+    last_bytes_ = bytes;
+  }
+}
+
+void SessionRunner::hand_over_until(int32_t index, Bytes bytes, bool until_judged) {
+  const PreviewRecord &r = records_[static_cast<size_t>(index)];
+  const auto deadline = Clock::now() + kEvaluationTimeout;
+  while (!r.evaluated) {
+    look();
+    hand_over(index, bytes);
+    MissedWakeUpWatch watch;
+    while (Clock::now() < deadline) {
+      std::this_thread::sleep_for(kPollInterval);
+      bool missed = false, taken = false;
+      {
+        WorkerLock lock;
+        look_locked();
+        missed = watch.look_locked();
+        taken = in_flight_ == index && g_asIQThdInfo.idle == 0;
+      }
+      if (r.evaluated || (taken && !until_judged)) return;
+      if (!r.handed_over || in_flight_ != index || missed) break;  // offer again
+    }
+    if (Clock::now() >= deadline) {
+      throw ToolError("the library's worker did not evaluate frame " + r.name +
+                      " within a minute");
+    }
+  }
 }
 
 void SessionRunner::look_locked() {
@@ -233,30 +263,9 @@ PreviewRecord SessionRunner::evaluate(const FrameDesc &desc,
                                       const std::string &name) {
   settle();
   const int32_t index = add_record(desc, bytes, name);
-  const PreviewRecord &r = records_[static_cast<size_t>(index)];
   log_.take();  // what came before belongs to no frame
-  const auto deadline = Clock::now() + kEvaluationTimeout;
-  while (!r.evaluated) {
-    look();
-    hand_over(index, bytes);
-    MissedWakeUpWatch watch;
-    while (Clock::now() < deadline) {
-      std::this_thread::sleep_for(kPollInterval);
-      bool missed = false;
-      {
-        WorkerLock lock;
-        look_locked();
-        missed = watch.look_locked();
-      }
-      if (r.evaluated) break;
-      if (!r.handed_over || in_flight_ != index || missed) break;  // offer again
-    }
-    if (Clock::now() >= deadline) {
-      throw ToolError("the library's worker did not evaluate frame " + name +
-                      " within a minute");
-    }
-  }
-  PreviewRecord done = r;
+  hand_over_until(index, bytes, true);
+  PreviewRecord done = records_[static_cast<size_t>(index)];
   done.reblur = reblur_score(desc, bytes);
   records_[static_cast<size_t>(index)].reblur = done.reblur;
   return done;
@@ -265,10 +274,16 @@ PreviewRecord SessionRunner::evaluate(const FrameDesc &desc,
 int32_t SessionRunner::offer(const FrameDesc &desc, const std::vector<uint8_t> &bytes,
                              const std::string &name) {
   const int32_t index = add_record(desc, bytes, name);
-  // Read the last evaluation before this hand-over can rename the job.
-  try_look();
-  std::this_thread::sleep_until(completion_seen_ + kWorkerReturn);
-  hand_over(index, bytes);
+  if (index == 0) {
+    // Right after init the worker may not have reached its wait yet: a
+    // hand-over then loses its wake-up, and the next frame replaces it.
+    hand_over_until(index, bytes, false);
+  } else {
+    // Read the last evaluation before this hand-over can rename the job.
+    try_look();
+    std::this_thread::sleep_until(completion_seen_ + kWorkerReturn);
+    hand_over(index, bytes);
+  }
   // The tool's own measurement runs on this thread while the worker judges.
   records_[static_cast<size_t>(index)].reblur = reblur_score(desc, bytes);
   try_look();
@@ -292,13 +307,39 @@ void SessionRunner::settle() {
       throw ToolError("the library's worker did not finish frame " +
                       records_[static_cast<size_t>(in_flight_)].name + " within a minute");
     }
-    if (missed && last_bytes_ != nullptr) {
-      hand_over(in_flight_, *last_bytes_);
+    if (missed && in_flight_ == last_index_) {
+      hand_over(in_flight_, last_bytes_);
       watch.reset();
     }
     std::this_thread::sleep_for(kPollInterval);
   }
-  last_bytes_ = nullptr;
+  last_index_ = -1;
+  last_bytes_ = {};
+  give_reasons();
+}
+
+void SessionRunner::give_reasons() {
+  // A frame is dropped while the worker holds its lock, which it does for
+  // the whole judgement of the frame handed over before (and a moment
+  // after, on its way back to its wait); a frame handed
+  // over is left unjudged only when the next hand-over renamed the job
+  // before the worker woke up to it.
+  int32_t before = -1;
+  for (PreviewRecord &r : records_) {
+    if (!r.handed_over && r.reason.empty()) {
+      const bool judging = before >= 0 && records_[static_cast<size_t>(before)].evaluated;
+      r.reason = judging ? "the worker was judging frame " + std::to_string(before)
+                         : "the worker held its lock";
+    }
+    if (r.handed_over) before = r.index;
+  }
+  int32_t after = -1;
+  for (auto r = records_.rbegin(); r != records_.rend(); ++r) {
+    if (r->handed_over && !r->evaluated && r->reason.empty() && after >= 0) {
+      r->reason = "frame " + std::to_string(after) + " replaced it before the worker woke";
+    }
+    if (r->handed_over) after = r->index;
+  }
 }
 
 CaptureRecord SessionRunner::capture(const FrameDesc &desc, std::vector<uint8_t> &bytes) {

@@ -14,6 +14,8 @@
 #include <chrono>
 #include <cstdint>
 #include <deque>
+#include <functional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -43,6 +45,7 @@ struct PreviewRecord {
   double reblur = 0.0;       // the frame's own re-blur score; NaN if not RAW10
   double base_clarity = 0.0; // the base image's re-blur score afterwards
   std::vector<std::string> log;  // the library's lines, "<tag>: <text>"
+  std::string reason;        // why it was not judged; empty when it was
 };
 
 struct CaptureRecord {
@@ -85,9 +88,13 @@ class SessionRunner {
 
   // Paced mode (replay --fps): offers the frame once, as a host's preview
   // thread does, without waiting; the worker drops it while it is busy.
-  // Outcomes are collected by later offers, poll() and settle(). `bytes`
-  // must stay alive until the next offer() or settle(). Returns the
-  // frame's index.
+  // The session's first frame is the exception: it is offered until the
+  // worker has taken it, so that the stream starts once the worker waits
+  // (as a phone's preview starts after the camera opens) and pacing can be
+  // timed from the return. Outcomes are collected by later offers, poll()
+  // and settle(). The buffer of `bytes` must stay alive and unchanged until
+  // the next offer() or settle(); moving or swapping the vector that holds
+  // it is fine. Returns the frame's index.
   int32_t offer(const FrameDesc &desc, const std::vector<uint8_t> &bytes,
                 const std::string &name);
   // Collects a finished evaluation without waiting (the worker's mutex is
@@ -96,7 +103,8 @@ class SessionRunner {
   void poll();
   // Waits until the frame handed over last is evaluated; a hand-over whose
   // wake-up the worker missed is offered once more, as the next preview
-  // frame would on the phone. Every record is final afterwards.
+  // frame would on the phone. Every record is final afterwards, and each
+  // frame not judged has its reason.
   void settle();
 
   // Every preview frame so far, in stream order (evaluated or offered).
@@ -121,12 +129,23 @@ class SessionRunner {
   // that stood, which takes its place).
   int32_t kept_index() const { return kept_index_; }
 
+  // Stands in for ql_is_process_preview on every hand-over, so that a test
+  // can lose a hand-over's wake-up when it chooses to.
+  using Intake = std::function<void(const FrameParam &)>;
+  void set_intake(Intake intake) { intake_ = std::move(intake); }
+
  private:
-  FrameParam frame_param(const FrameDesc &desc, const std::vector<uint8_t> &bytes,
-                         const uint8_t *tag, int32_t mode) const;
   int32_t add_record(const FrameDesc &desc, const std::vector<uint8_t> &bytes,
                      const std::string &name);
-  void hand_over(int32_t index, const std::vector<uint8_t> &bytes);
+  using Bytes = std::span<const uint8_t>;
+  FrameParam frame_param(const FrameDesc &desc, Bytes bytes, const uint8_t *tag,
+                         int32_t mode) const;
+  void hand_over(int32_t index, Bytes bytes);
+  // Hands the frame over until the worker has taken it, or judged it with
+  // `until_judged`: again while the intake drops it and when the worker
+  // missed the wake-up of its hand-over.
+  void hand_over_until(int32_t index, Bytes bytes, bool until_judged);
+  void give_reasons();
   // Reads the job record with the worker's mutex held by the caller.
   void look_locked();
   bool try_look();
@@ -148,7 +167,11 @@ class SessionRunner {
   int32_t in_flight_ = -1;  // handed over, evaluation not yet seen
   double luminance_seen_ = 0.0;  // last_luminance at the last look
   std::chrono::steady_clock::time_point completion_seen_;  // of the last evaluation
-  const std::vector<uint8_t> *last_bytes_ = nullptr;  // of the last offer
+  // The frame the job names and the bytes it was handed over with, which
+  // settle() hands over again when the worker missed that wake-up.
+  int32_t last_index_ = -1;
+  Bytes last_bytes_;
+  Intake intake_ = [](const FrameParam &p) { ql_is_process_preview(&p); };
   int32_t kept_index_ = -1;
   FrameDesc kept_desc_;
   size_t kept_size_ = 0;
