@@ -4,6 +4,8 @@
 // nothing is written into a folder holding files or over a file unless
 // --force says so. On the built-in stream the decisions are pinned: a
 // change in them is a change a tuning engineer has to hear about.
+#include <random>
+
 #include "session_runner.h"
 #include "tool_test.h"
 
@@ -83,6 +85,7 @@ TEST_F(Cli, BadInputIsOneLineAStatusAndNoOutput) {
       {"replay frames --fps 0", 1, "--fps must be a positive number"}, {"replay frames --fps -5", 1, "--fps must be a"},
       {"replay none.yuv", 1, "cannot open"}, {"replay full", 1, "holds no files named like the library's dumps"},
       {"score --heatmap taken.png" + f, 1, "taken.png already exists; give --force"},
+      {"synth --out new --format yuv --packing mipi", 1, "--packing mipi applies to raw10 frames only"},
       {"score --heatmap map.png '160X120_stride160_fmt13_index 1.yuv'", 1, "RAW10 frames only"},
   };
   for (const auto &r : runs) {
@@ -126,6 +129,28 @@ TEST_F(Cli, ReplayDecidesOnTheBuiltInStream) {
   // the kept frame itself: a score equal to the base's forbids the replacing.
   const json b = run_json("replay --json frames --burst" + file(2) + file(kBlurry) + file(5))["burst"];
   EXPECT_EQ(json({b["best_id"], b["replace_id"], b["result"], b["replaced"]}), json({2, 1, 2, false}));
+  EXPECT_EQ(b.at("meaning").at("best_id"), "burst frame 2 of 3 (" + fs::path(files_[5]).filename().string() + ") is the sharpest of the burst");
+  // Burst frames and preview frames are told apart, and each decision says why. The stream's
+  // bursts do not show the base's scene to the library; noise does, and is measured against the kept frame.
+  std::mt19937 noise(7);
+  for (const char *n : {"/n0.raw", "/n1.raw", "/n2.raw", "/n3.raw"}) {
+    std::vector<uint8_t> bytes(480 * 800);
+    for (uint8_t &v : bytes) v = static_cast<uint8_t>(noise());
+    write_bytes(root_.path() + n, bytes);
+  }
+  const struct { std::string args, part; } bursts[] = {
+      {"frames --burst" + file(2) + file(kBlurry), "result 0\n  bestId 0: burst frame 0 of 2 (" + fs::path(files_[2]).filename().string() +
+       ") is the sharpest of the burst\n  replaceId 1: burst frame 1 of 2 (" + fs::path(files_[kBlurry]).filename().string() +
+       ") is the blurriest; not replaced: the burst does not show the scene of the kept preview frame 5"},
+      {"n0.raw n1.raw --burst n2.raw n3.raw", "burst of 2: bestId -1, replaceId 1, result 0\n  bestId -1: no burst frame is "
+       "sharper than the kept preview frame 1 (n1.raw)\n  replaceId 1: burst frame 1 of 2 (n3.raw), the blurriest, now "
+       "holds the kept preview frame 1 (n1.raw)\n  result 0: names burst frame 0 of 2 (n2.raw): the library's answer whenever"},
+      {"n0.raw n1.raw --burst n1.raw n3.raw", "(n3.raw) is the blurriest; not replaced: a burst frame scores exactly as the kept"},
+  };
+  for (const auto &r : bursts) {
+    const std::string out = run("replay " + r.args + geometry_).out;
+    EXPECT_NE(out.find(r.part), std::string::npos) << out;
+  }
   // A flat frame is a new base: the capture stands.
   write_bytes(root_.path() + "/flat.raw", std::vector<uint8_t>(480 * 800, 100));
   const json flat = run_json("replay --json frames --capture flat.raw" + geometry_)["capture"];
@@ -148,6 +173,11 @@ TEST_F(Cli, ScoreGivesTheLibrarysValuesAndOneHeatmapPerFile) {
   EXPECT_EQ(json({doc[0]["label"], doc[0]["probability"], doc[2]["label"], doc[1]["label"]}), json({0, 0.5, 0, 0}));
   EXPECT_EQ(doc[1]["drivers"], json({{"calc_feature_quality_with_sub", 627102112},
                                      {"calc_feature_quality_with_sub_low_light", 0}}));
+  // That 0 is by design: the detail the low-light driver measures is in its difference histograms.
+  const json &h = doc[1].at("low_light_histograms");
+  EXPECT_EQ(json({h["differences"], h["mean"], h["block_means"][1]}), json({56406, 6.872424919334822, 2.7933333333333334}));
+  EXPECT_NE(run("score" + file(kBlurry)).out.find("0 (by design: 0 unless a block is empty)\n   low-light mean |difference|"
+                                                  "              6.872425 (blocks 0.582 to 21.878) over 56406 differences"), std::string::npos);
   EXPECT_EQ(json({doc[0]["reblur"], doc[1]["reblur"]}), json({0.3247031289712236, 0.2916183875394465}));
   for (const char *map : {"/map_0.png", "/map_1.png", "/map_2.png"}) EXPECT_TRUE(fs::exists(root_.path() + map));
   // No label or re-blur for a frame of another geometry or format; the luma driver.

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "frame_file.h"
+#include "packing_check.h"
 #include "replay_inputs.h"
 #include "session_runner.h"
 #include "subcommand.h"
@@ -109,9 +110,8 @@ struct ReplayRun {
   std::vector<ReplayInput> burst_inputs;
   std::optional<BurstRecord> burst;
   double seconds = 0.0;
+  PackingWatch packing;
 };
-
-std::vector<uint8_t> load(const ReplayInput &in) { return load_frame(in.path, in.desc).bytes; }
 
 ReplayRun run_replay(const ReplayOptions &o) {
   if (!o.burst.empty() && (static_cast<int32_t>(o.burst.size()) < kBurstMin ||
@@ -124,6 +124,11 @@ ReplayRun run_replay(const ReplayOptions &o) {
   const RawGeometry raw = raw_geometry(o.geometry);
 
   ReplayRun run;
+  const auto load = [&run](const ReplayInput &in) {
+    std::vector<uint8_t> bytes = load_frame(in.path, in.desc).bytes;
+    run.packing.add(in.desc, bytes);
+    return bytes;
+  };
   run.frames = resolve_preview_inputs(o.inputs, raw);
   std::vector<ReplayInput> all = run.frames;
   if (!o.capture.empty()) {
@@ -205,9 +210,56 @@ std::string kept_text(const ReplayRun &run) {
          run.records[static_cast<size_t>(run.kept_index)].name;
 }
 
+// Burst frames and preview frames are both numbered from 0: every mention
+// says which of the two it is.
 std::string burst_frame(const ReplayRun &run, int32_t id) {
-  if (id < 0 || static_cast<size_t>(id) >= run.burst_inputs.size()) return std::to_string(id);
-  return std::to_string(id) + " (" + run.burst_inputs[static_cast<size_t>(id)].name + ")";
+  std::string text = "burst frame " + std::to_string(id) + " of " +
+                     std::to_string(run.burst_inputs.size());
+  if (id < 0 || static_cast<size_t>(id) >= run.burst_inputs.size()) return text;
+  return text + " (" + run.burst_inputs[static_cast<size_t>(id)].name + ")";
+}
+
+std::string kept_preview(const ReplayRun &run) {
+  if (run.kept_index < 0) return "the kept preview frame (none kept)";
+  return "the kept preview frame " + std::to_string(run.kept_index) + " (" +
+         run.records[static_cast<size_t>(run.kept_index)].name + ")";
+}
+
+struct BurstMeaning {
+  std::string best, replace, result;
+};
+
+// A burst showing the kept preview frame's scene is measured against that
+// frame's clarity: bestId is then a burst frame sharper than it (or -1) and
+// replaceId one blurrier (or -1), which takes the kept frame's bytes unless
+// a burst frame scores exactly as the kept frame does. Any other burst is
+// measured from its frame 0: both name burst frames and nothing is replaced.
+BurstMeaning burst_meaning(const ReplayRun &run, const BurstRecord &b) {
+  BurstMeaning m;
+  const std::string kept = kept_preview(run);
+  m.best = b.best_id < 0 ? "no burst frame is sharper than " + kept
+                         : burst_frame(run, b.best_id) + " is the sharpest of the burst";
+  double clarity = NAN;  // what the library measured the burst against
+  for (const PreviewRecord &r : run.records) clarity = r.evaluated ? r.base_clarity : clarity;
+  const bool tie = std::find(b.reblur.begin(), b.reblur.end(), clarity) != b.reblur.end();
+  if (b.replace_id < 0) {
+    m.replace = "no burst frame is blurrier than " + kept + "; nothing replaced";
+  } else if (b.replaced) {
+    m.replace = burst_frame(run, b.replace_id) + ", the blurriest, now holds " + kept;
+  } else {
+    m.replace = burst_frame(run, b.replace_id) + " is the blurriest; not replaced: " +
+                (tie ? "a burst frame scores exactly as " + kept
+                     : "the burst does not show the scene of " + kept);
+  }
+  if (b.result < 0) {
+    m.result = "names no burst frame";
+  } else {
+    m.result = "names " + burst_frame(run, b.result) +
+               (b.best_id < 0 ? ": the library's answer whenever no burst frame is sharper "
+                                "than the kept preview frame but one is blurrier"
+                              : "");
+  }
+  return m;
 }
 
 // Some of the library's lines hold newlines of their own: every piece
@@ -265,14 +317,14 @@ void print_text(const ReplayRun &run, const ReplayOptions &o) {
     if (b.status != 0) {
       std::printf("refused by the library (%d)\n", b.status);
     } else {
-      std::printf("bestId %s, replaceId %s, result %d: %s\n", burst_frame(run, b.best_id).c_str(),
-                  burst_frame(run, b.replace_id).c_str(), b.result,
-                  b.replaced ? ("frame " + std::to_string(b.replace_id) +
-                                " replaced by the best frame (" + kept_text(run) + ")").c_str()
-                             : "no frame replaced");
+      const BurstMeaning m = burst_meaning(run, b);
+      std::printf("bestId %d, replaceId %d, result %d\n  bestId %d: %s\n  replaceId %d: %s\n"
+                  "  result %d: %s\n", b.best_id, b.replace_id, b.result, b.best_id, m.best.c_str(),
+                  b.replace_id, m.replace.c_str(), b.result, m.result.c_str());
     }
     for (size_t i = 0; i < b.reblur.size(); ++i) {
-      std::printf("  burst frame %zu reblur %s\n", i, score_text(b.reblur[i]).c_str());
+      std::printf("  %s reblur %s\n", burst_frame(run, static_cast<int32_t>(i)).c_str(),
+                  score_text(b.reblur[i]).c_str());
     }
     if (o.log) print_log(b.log);
   }
@@ -320,7 +372,8 @@ json to_json(const ReplayRun &run, const ReplayOptions &o) {
         {"kept_name", run.kept_index >= 0
                           ? json(run.records[static_cast<size_t>(run.kept_index)].name)
                           : json(nullptr)}}},
-      {"seconds", run.seconds}};
+      {"seconds", run.seconds},
+      {"raw10_packing", run.packing.to_json()}};
   if (run.capture) {
     const CaptureRecord &c = *run.capture;
     doc["capture"] = {{"name", run.capture_input->name},
@@ -339,6 +392,10 @@ json to_json(const ReplayRun &run, const ReplayOptions &o) {
     doc["burst"] = {{"names", names},     {"status", b.status},         {"result", b.result},
                     {"best_id", b.best_id}, {"replace_id", b.replace_id}, {"replaced", b.replaced},
                     {"reblur", scores}};
+    if (b.status == 0) {
+      const BurstMeaning m = burst_meaning(run, b);
+      doc["burst"]["meaning"] = {{"best_id", m.best}, {"replace_id", m.replace}, {"result", m.result}};
+    }
     if (o.log) doc["burst"]["log"] = b.log;
   }
   return doc;
@@ -390,6 +447,7 @@ Subcommand add_replay_command(CLI::App &parent) {
             } else {
               print_text(run, *o);
             }
+            run.packing.warn();
             return 0;
           }};
 }

@@ -1,5 +1,6 @@
 // qlis score: the library's measures of single frames, and the block
 // heatmap.
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
@@ -11,6 +12,7 @@
 
 #include "frame_scores.h"
 #include "heatmap.h"
+#include "packing_check.h"
 #include "png_image.h"
 #include "ql_is/ql_is.h"
 #include "replay_inputs.h"
@@ -45,6 +47,28 @@ std::string heatmap_path(const std::string &path, size_t index, size_t count) {
       .string();
 }
 
+constexpr const char *kLowLightDriver = "calc_feature_quality_with_sub_low_light";
+
+json finite_or_null(double v) { return std::isfinite(v) ? json(v) : json(nullptr); }
+
+// The low-light driver's detail is in its difference histograms: their
+// mean, and the flattest and busiest block beside it.
+void print_histograms(const json &h) {
+  double low = INFINITY, high = -INFINITY;
+  for (const json &m : h["block_means"]) {
+    if (m.is_null()) continue;
+    low = std::min(low, m.get<double>());
+    high = std::max(high, m.get<double>());
+  }
+  if (h["mean"].is_null()) {
+    std::printf("   %-40s none (every block empty)\n", "low-light mean |difference|");
+    return;
+  }
+  std::printf("   %-40s %.6f (blocks %.3f to %.3f) over %llu differences\n",
+              "low-light mean |difference|", h["mean"].get<double>(), low, high,
+              static_cast<unsigned long long>(h["differences"].get<uint64_t>()));
+}
+
 int run_score(const ScoreOptions &o) {
   const RawGeometry raw = raw_geometry(o.geometry);
   std::vector<ReplayInput> inputs;
@@ -69,9 +93,11 @@ int run_score(const ScoreOptions &o) {
   std::vector<double> reference;
   json frames = json::array();
   std::vector<std::string> written;
+  PackingWatch packing;
   for (size_t i = 0; i < inputs.size(); ++i) {
     const ReplayInput &in = inputs[i];
     const std::vector<uint8_t> bytes = load_frame(in.path, in.desc).bytes;
+    packing.add(in.desc, bytes);
     const bool comparable = in.desc.format == kFormatRaw10 &&
                             same_geometry(in.desc, inputs.front().desc);
     if (i == 0 && comparable) reference = classifier_features(in.desc, bytes);
@@ -89,6 +115,13 @@ int run_score(const ScoreOptions &o) {
               {"reblur", std::isfinite(s.reblur) ? json(s.reblur) : json(nullptr)},
               {"label", s.label ? json(*s.label) : json(nullptr)},
               {"probability", s.probability ? json(*s.probability) : json(nullptr)}};
+    if (s.low_light) {
+      json means = json::array();
+      for (double m : s.low_light->block_means) means.push_back(finite_or_null(m));
+      f["low_light_histograms"] = {{"differences", s.low_light->differences},
+                                   {"mean", finite_or_null(s.low_light->mean)},
+                                   {"block_means", means}};
+    }
     if (!o.heatmap.empty()) {
       const std::string out = heatmap_path(o.heatmap, i, inputs.size());
       const RgbImage picture = render_heatmap(in.desc, bytes);
@@ -100,7 +133,9 @@ int run_score(const ScoreOptions &o) {
   }
 
   if (o.json) {
-    std::printf("%s\n", json{{"library", ql_is_get_version()}, {"frames", frames}}.dump(2).c_str());
+    std::printf("%s\n", json{{"library", ql_is_get_version()}, {"frames", frames},
+                             {"raw10_packing", packing.to_json()}}.dump(2).c_str());
+    packing.warn();
     return 0;
   }
   for (const json &f : frames) {
@@ -108,9 +143,11 @@ int run_score(const ScoreOptions &o) {
                 f["name"].get<std::string>().c_str(), f["format"].get<std::string>().c_str(),
                 f["width"].get<int>(), f["height"].get<int>(), f["stride"].get<int>());
     for (const auto &[driver, value] : f["drivers"].items()) {
-      std::printf("   %-40s %llu\n", driver.c_str(),
-                  static_cast<unsigned long long>(value.get<uint64_t>()));
+      std::printf("   %-40s %llu%s\n", driver.c_str(),
+                  static_cast<unsigned long long>(value.get<uint64_t>()),
+                  driver == kLowLightDriver ? " (by design: 0 unless a block is empty)" : "");
     }
+    if (f.contains("low_light_histograms")) print_histograms(f["low_light_histograms"]);
     if (!f["reblur"].is_null()) std::printf("   %-40s %.6f\n", "reblur (radius 5)", f["reblur"].get<double>());
     if (!f["label"].is_null()) {
       std::printf("   %-40s label %d", "classifier against frame 0", f["label"].get<int>());
@@ -119,6 +156,7 @@ int run_score(const ScoreOptions &o) {
     }
     if (f.contains("heatmap")) std::printf("   %-40s %s\n", "heatmap", f["heatmap"].get<std::string>().c_str());
   }
+  packing.warn();
   return 0;
 }
 
@@ -141,6 +179,9 @@ Subcommand add_score_command(CLI::App &parent) {
       "(RAW10: calc_feature_quality_with_sub in mode 0 and\n"
       "calc_feature_quality_with_sub_low_light in mode 0; YUV:\n"
       "calc_feature_quality_with_sub_yuv; YUYV: calc_feature_quality_with_sub_yuyv),\n"
+      "for RAW10 the mean absolute neighbour difference in the low-light driver's\n"
+      "64 block histograms (its frame value is 0 for any frame without an empty\n"
+      "block: the difference counts are what it measures),\n"
       "the re-blur score (RAW10, radius 5, larger is sharper) and the learned\n"
       "classifier's label of the frame against the first file (RAW10 of the first\n"
       "file's geometry; 1: this frame is the sharper) with the probability the\n"

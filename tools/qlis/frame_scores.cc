@@ -1,6 +1,8 @@
 #include "frame_scores.h"
 
+#include <cmath>
 #include <cstdlib>
+#include <iterator>
 #include <string_view>
 
 #include "library_log.h"
@@ -15,9 +17,28 @@ constexpr size_t kClassifierFeatures = 320;
 constexpr size_t kDifferenceEntries = 97;
 constexpr size_t kBlockCount = 64;
 
+DiffSummary summarize(const std::vector<DiffHistogram> &hists) {
+  DiffSummary s;
+  double total = 0.0;
+  for (const DiffHistogram &h : hists) {
+    uint64_t n = 0;
+    double sum = 0.0;
+    for (size_t k = 0; k < std::size(h.count); ++k) {
+      n += static_cast<uint32_t>(h.count[k]);
+      sum += static_cast<double>(k) * static_cast<uint32_t>(h.count[k]);
+    }
+    s.block_means.push_back(n == 0 ? std::nan("") : sum / static_cast<double>(n));
+    s.differences += n;
+    total += sum;
+  }
+  s.mean = s.differences == 0 ? std::nan("") : total / static_cast<double>(s.differences);
+  return s;
+}
+
 }  // namespace
 
-std::vector<DriverValue> driver_values(const FrameDesc &d, const std::vector<uint8_t> &bytes) {
+std::vector<DriverValue> driver_values(const FrameDesc &d, const std::vector<uint8_t> &bytes,
+                                       std::optional<DiffSummary> *low_light) {
   BlockFeatureSet features{};
   switch (d.format) {
     case kFormatRaw10: {
@@ -27,6 +48,7 @@ std::vector<DriverValue> driver_values(const FrameDesc &d, const std::vector<uin
                                                             d.stride);
       const uint64_t low = calc_feature_quality_with_sub_low_light(
           &features, hists.data(), kAllBlocksMode, bytes.data(), d.height, d.width, d.stride);
+      if (low_light != nullptr) *low_light = summarize(hists);
       return {{"calc_feature_quality_with_sub", normal},
               {"calc_feature_quality_with_sub_low_light", low}};
     }
@@ -53,7 +75,7 @@ std::vector<double> classifier_features(const FrameDesc &d, const std::vector<ui
 FrameScores score_frame(const FrameDesc &d, const std::vector<uint8_t> &bytes,
                         const std::vector<double> *reference) {
   FrameScores s;
-  s.drivers = driver_values(d, bytes);
+  s.drivers = driver_values(d, bytes, &s.low_light);
   s.reblur = reblur_score(d, bytes);
   if (d.format == kFormatRaw10 && reference != nullptr) {
     const std::vector<double> mine = classifier_features(d, bytes);

@@ -66,6 +66,7 @@ struct SynthOptions {
   std::string photo;
   std::string out;
   std::string format = "raw10";
+  std::string packing = "library";
   bool force = false;
   SynthParams params;
 };
@@ -94,6 +95,13 @@ void add_synth(CLI::App &app, SynthOptions &o) {
                   "or yuyv (code 20)")
       ->check(CLI::IsMember({"raw10", "yuv", "yuyv"}))
       ->capture_default_str();
+  cmd->add_option("--packing", o.packing,
+                  "RAW10 packing: library (byte 4 = high bits of pixel 3, the "
+                  "byte the library samples) or mipi (bytes 0-3 = high bits, "
+                  "byte 4 = low bits, as many sensors write it: replay and "
+                  "score warn that the library's decisions on it are noise)")
+      ->check(CLI::IsMember({"library", "mipi"}))
+      ->capture_default_str();
   cmd->add_option("--seed", o.params.seed,
                   "Seed of every random draw: same seed, same bytes")
       ->check(seed_number())
@@ -112,12 +120,18 @@ void add_synth(CLI::App &app, SynthOptions &o) {
       "replay recognises them. manifest.json holds the parameters and, per\n"
       "frame, the blur, shift, noise and ground-truth sharpness rank.\n"
       "RAW10 packing: low bits first; byte 4 = high 8 bits of pixel 3, the\n"
-      "byte the library samples. The default photograph is looked up in\n"
+      "byte the library samples; --packing mipi writes high bits first and the\n"
+      "low bits in byte 4. The default photograph is looked up in\n"
       "../share/ql_is beside the installed qlis, then in the source tree.");
 }
 
 int run_synth(SynthOptions &o) {
   o.params.format = parse_format(o.format);
+  if (o.packing == "mipi") {
+    if (o.params.format != kFormatRaw10)
+      throw ToolError("--packing mipi applies to raw10 frames only");
+    o.params.packing = Raw10Packing::kMipi;
+  }
   validate_synth(o.params);
   const std::string photo_path = o.photo.empty() ? default_photo() : o.photo;
   const RgbImage photo = read_png_rgb(photo_path);
@@ -134,7 +148,7 @@ int run_synth(SynthOptions &o) {
       o.params.frames, format_name(d.format), d.width, d.height, d.stride,
       photo_path.c_str(), photo.width, photo.height,
       static_cast<unsigned long long>(o.params.seed));
-  std::printf("layout: %s\n", layout_text(d.format).c_str());
+  std::printf("layout: %s\n", layout_text(d.format, o.params.packing).c_str());
   std::printf("wrote %zu files of %llu bytes each and %s in %.2f s\n",
               report.files.size(),
               static_cast<unsigned long long>(frame_bytes(d)),

@@ -2,16 +2,19 @@
 
 namespace qlis::tool {
 
-void pack_raw10(const uint16_t *pixels, size_t groups, uint8_t *packed) {
+void pack_raw10(const uint16_t *pixels, size_t groups, uint8_t *packed,
+                Raw10Packing packing) {
+  const int high = packing == Raw10Packing::kMipi ? 0 : 1;
+  const int low_at = packing == Raw10Packing::kMipi ? 4 : 0;
   for (size_t g = 0; g < groups;
        ++g, pixels += kRaw10GroupPixels, packed += kRaw10GroupBytes) {
     unsigned low = 0;
     for (int i = 0; i < kRaw10GroupPixels; ++i) {
       const unsigned value = pixels[i] & 0x3FFu;
       low |= (value & 0x3u) << (2 * i);
-      packed[1 + i] = static_cast<uint8_t>(value >> 2);
+      packed[high + i] = static_cast<uint8_t>(value >> 2);
     }
-    packed[0] = static_cast<uint8_t>(low);
+    packed[low_at] = static_cast<uint8_t>(low);
   }
 }
 

@@ -136,7 +136,7 @@ Smear make_smear(const LinearScene &scene, const FrameTruth &t) {
 constexpr int kBayer[2][2] = {{0, 1}, {1, 2}};
 
 void render_raw10(const Smear &smear, const Exposure &exposure, Random &noise,
-                  const FrameDesc &d, uint8_t *out) {
+                  const FrameDesc &d, Raw10Packing packing, uint8_t *out) {
   std::vector<uint16_t> row(static_cast<size_t>(d.width));
   for (int32_t y = 0; y < d.height; ++y) {
     for (int32_t x = 0; x < d.width; ++x) {
@@ -144,7 +144,8 @@ void render_raw10(const Smear &smear, const Exposure &exposure, Random &noise,
       row[static_cast<size_t>(x)] = exposure.code(light, noise.gaussian());
     }
     pack_raw10(row.data(), static_cast<size_t>(d.width / kRaw10GroupPixels),
-               out + static_cast<size_t>(y) * static_cast<size_t>(d.stride));
+               out + static_cast<size_t>(y) * static_cast<size_t>(d.stride),
+               packing);
   }
 }
 
@@ -322,7 +323,7 @@ void generate_frames(const RgbImage &photo, const SynthParams &p,
         std::vector<uint8_t>(static_cast<size_t>(frame_bytes(desc)))};
     const Smear smear = make_smear(scene, truth);
     if (desc.format == kFormatRaw10) {
-      render_raw10(smear, exposure, noise, desc, frame.bytes.data());
+      render_raw10(smear, exposure, noise, desc, p.packing, frame.bytes.data());
     } else {
       render_developed(smear, exposure, noise, desc, frame.bytes.data());
     }

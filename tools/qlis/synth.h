@@ -12,6 +12,7 @@
 
 #include "frame_file.h"
 #include "png_image.h"
+#include "raw10_pack.h"
 
 namespace qlis::tool {
 
@@ -38,6 +39,7 @@ struct SynthParams {
   int32_t height = kSynthDefaultHeight;  // even
   int32_t frames = kSynthDefaultFrames;
   int32_t format = kFormatRaw10;  // kFormatRaw10, kFormatYuv13 or kFormatYuyv
+  Raw10Packing packing = Raw10Packing::kTool;  // RAW10 only
   uint64_t seed = 1;
   double max_blur_px = kSynthDefaultMaxBlur;  // longest shake smear
   int32_t max_shift_px = 4;  // largest shift either way, per axis

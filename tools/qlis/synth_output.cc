@@ -16,11 +16,12 @@ std::string saved_dump_name(const FrameDesc &d, int32_t index) {
   return name;
 }
 
-std::string layout_text(int32_t format) {
+std::string layout_text(int32_t format, Raw10Packing packing) {
   switch (format) {
     case kFormatRaw10:
       return std::string("RGGB Bayer mosaic, 10 bits, packing: ") +
-             kRaw10Packing;
+             (packing == Raw10Packing::kMipi ? kRaw10MipiPacking
+                                             : kRaw10Packing);
     case kFormatYuv10:
     case kFormatYuv13:
       return "full-range BT.601 4:2:0: luma plane of height x stride "
@@ -59,7 +60,7 @@ nlohmann::json synth_manifest(const SynthParams &p,
       {"stride", d.stride},
       {"format", d.format},
       {"format_name", format_name(d.format)},
-      {"layout", layout_text(d.format)},
+      {"layout", layout_text(d.format, p.packing)},
       {"image_bytes", frame_bytes(d)},
       {"max_blur_px", p.max_blur_px},
       {"max_shift_px", p.max_shift_px},

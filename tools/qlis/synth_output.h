@@ -19,7 +19,8 @@ inline constexpr const char *kManifestName = "manifest.json";
 std::string saved_dump_name(const FrameDesc &desc, int32_t index);
 
 // How the frame's bytes are laid out, in words.
-std::string layout_text(int32_t format);
+std::string layout_text(int32_t format,
+                        Raw10Packing packing = Raw10Packing::kTool);
 
 nlohmann::json synth_manifest(const SynthParams &params,
                               const std::string &photo_path,
