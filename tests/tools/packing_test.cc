@@ -1,7 +1,9 @@
-// The packing check: it tells a picture in the sampled byte from the low
-// bits there, and on a flat or dark frame, where neither packing shows a
-// picture, it declines to judge instead of raising a false alarm.
+// What the tool measures on the sampled bytes. The packing check tells a
+// picture in the sampled byte from the low bits there, and on a flat or
+// dark frame, where neither packing shows a picture, it declines to judge
+// instead of raising a false alarm. The peer measure reads the same bytes.
 #include "packing_check.h"
+#include "peer_measure.h"
 #include "tool_test.h"
 
 namespace {
@@ -31,17 +33,20 @@ TEST(Packing, FindingsOnSynthesisedFrames) {
   }
 }
 
-// Told once on standard error and in the JSON, and the run goes on.
-TEST(Packing, ReplayOfMipiFramesSaysSoOnceAndDecides) {
-  ScopedFsRoot root;
-  ASSERT_EQ(run_tool(root.path(), "synth --packing mipi --width 320 --height 240 --frames 3 --out m").status, 0);
-  const ToolRun r = run_tool(root.path(), "replay --json m");
-  EXPECT_EQ(r.status, 0);
-  EXPECT_TRUE(r.err.rfind("qlis: warning: in 3 of 3 RAW10 frames", 0) == 0 && r.err.find('\n') == r.err.size() - 1 &&
-              r.err.find("the sampled byte holds the low bits; repack") != std::string::npos) << r.err;
-  const nlohmann::json doc = nlohmann::json::parse(r.out);
-  EXPECT_EQ(doc["raw10_packing"]["finding"], "low bits");
-  EXPECT_EQ(doc["summary"]["evaluated"], 3);
+// The peer measure reads the samples the re-blur score reads: byte 4 of
+// each group on rows 3, 7, 11, ... Every other byte holds 200, so reading
+// any of them shows. Interior Laplacians 40 and -10: variance 850 - 15^2.
+TEST(SamplePlane, LaplacianVarianceAndRankings) {
+  const FrameDesc raw{kFormatRaw10, 16, 12, 20}, luma{kFormatYuv13, 4, 3, 4};
+  std::vector<uint8_t> frame(240, 200), plane(12, 0);
+  for (int y = 3; y < 12; y += 4)
+    for (int g = 0; g < 4; ++g) frame[y * 20 + g * 5 + 4] = 0;
+  frame[7 * 20 + 5 + 4] = plane[5] = 10;
+  EXPECT_EQ(laplacian_variance(raw, frame), 625.0);
+  EXPECT_EQ(laplacian_variance(luma, plane), 625.0);
+  EXPECT_TRUE(std::isnan(laplacian_variance({kFormatYuv13, 2, 3, 2}, plane)));
+  EXPECT_EQ(rank_descending({1.0, NAN, 3.0, 1.0}), (std::vector<int32_t>{2, 0, 1, 3}));
+  EXPECT_NEAR(rank_agreement({1, 2, 3, 0}, {1, 3, 2, 4}), 2.0 / 3.0, 1e-12);  // frame 3 unranked by one
 }
 
 }  // namespace

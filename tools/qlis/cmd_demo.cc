@@ -45,7 +45,7 @@ int run(const DemoCommand &c) {
   prepare_output_dir(c.out, c.force);
   const auto start = std::chrono::steady_clock::now();
   const std::string photo_path = c.shipped_photo();
-  const DemoReport report =
+  const SessionReport report =
       run_demo(read_png_rgb(photo_path), photo_path, c.options);
   for (const std::string &line : report.account)
     std::printf("%s\n", line.c_str());

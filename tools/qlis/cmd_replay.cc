@@ -1,62 +1,26 @@
 // qlis replay: recorded frames through a live session of the library, one
 // line per frame and a summary (or one JSON document).
-#include <unistd.h>
-
 #include <algorithm>
-#include <chrono>
 #include <cmath>
+#include <cstdarg>
 #include <cstdio>
 #include <filesystem>
-#include <functional>
 #include <memory>
 #include <nlohmann/json.hpp>
-#include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
-#include "frame_file.h"
-#include "packing_check.h"
-#include "replay_inputs.h"
-#include "session_runner.h"
+#include "output_dir.h"
+#include "peer_measure.h"
+#include "replay_report.h"
+#include "replay_run.h"
+#include "report.h"
 #include "subcommand.h"
-#include "tool_error.h"
 
 namespace qlis::tool {
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using nlohmann::json;
-
-constexpr int32_t kBurstMin = 2;
-constexpr int32_t kBurstMax = QL_IS_BURST_MAX_FRAMES;
-// A run is long enough for a progress bar past either mark.
-constexpr size_t kProgressFrames = 20;
-constexpr auto kProgressAfter = std::chrono::seconds(2);
-constexpr int kProgressWidth = 30;
-constexpr auto kPacingSlice = std::chrono::milliseconds(1);
-
-struct ReplayOptions {
-  std::vector<std::string> inputs;
-  GeometryOptions geometry;
-  double fps = 0.0;  // 0: every frame evaluated
-  bool fps_given = false;
-  std::string capture;
-  std::vector<std::string> burst;
-  bool json = false;
-  bool log = false;
-};
-
-const char *verdict_meaning(int32_t v) {
-  switch (v) {
-    case 2: return "sharper than the base";
-    case 3: return "not better: the best stays";
-    case 4: return "new base (scene change or flat frame)";
-    case -1: return "unknown mode";
-    case 0: return "format not supported";
-    default: return "unexpected result";
-  }
-}
 
 const char *intake(const PreviewRecord &r) {
   if (!r.handed_over) return "dropped";
@@ -77,264 +41,143 @@ std::string score_text(double v) {
   return text;
 }
 
-// A bar on standard error, only on a terminal and only for a long run.
-class Progress {
- public:
-  explicit Progress(size_t total) : total_(total), tty_(isatty(STDERR_FILENO) == 1) {}
-  void update(size_t done) {
-    if (!tty_) return;
-    if (!shown_ && total_ <= kProgressFrames && Clock::now() - start_ < kProgressAfter) return;
-    shown_ = true;
-    const int filled = static_cast<int>(kProgressWidth * done / std::max<size_t>(total_, 1));
-    std::fprintf(stderr, "\rqlis replay [%s%s] %zu/%zu", std::string(filled, '#').c_str(),
-                 std::string(kProgressWidth - filled, ' ').c_str(), done, total_);
-    std::fflush(stderr);
-  }
-  ~Progress() {
-    if (shown_) std::fprintf(stderr, "\r%*s\r", kProgressWidth + 40, "");
-  }
-
- private:
-  size_t total_;
-  bool tty_;
-  bool shown_ = false;
-  Clock::time_point start_ = Clock::now();
-};
-
-struct ReplayRun {
-  std::vector<ReplayInput> frames;
-  std::vector<PreviewRecord> records;
-  int32_t kept_index = -1;
-  std::optional<ReplayInput> capture_input;
-  std::optional<CaptureRecord> capture;
-  std::vector<ReplayInput> burst_inputs;
-  std::optional<BurstRecord> burst;
-  double seconds = 0.0;
-  PackingWatch packing;
-};
-
-ReplayRun run_replay(const ReplayOptions &o) {
-  if (!o.burst.empty() && (static_cast<int32_t>(o.burst.size()) < kBurstMin ||
-                           static_cast<int32_t>(o.burst.size()) > kBurstMax)) {
-    throw ToolError("a burst takes 2 to 6 frames, not " + std::to_string(o.burst.size()));
-  }
-  if (o.fps_given && !(o.fps > 0.0 && std::isfinite(o.fps))) {
-    throw ToolError("--fps must be a positive number");
-  }
-  const RawGeometry raw = raw_geometry(o.geometry);
-
-  ReplayRun run;
-  const auto load = [&run](const ReplayInput &in) {
-    std::vector<uint8_t> bytes = load_frame(in.path, in.desc).bytes;
-    run.packing.add(in.desc, bytes);
-    return bytes;
-  };
-  run.frames = resolve_preview_inputs(o.inputs, raw);
-  std::vector<ReplayInput> all = run.frames;
-  if (!o.capture.empty()) {
-    run.capture_input = resolve_single_input(o.capture, raw);
-    all.push_back(*run.capture_input);
-  }
-  for (const std::string &path : o.burst) {
-    run.burst_inputs.push_back(resolve_single_input(path, raw));
-    all.push_back(run.burst_inputs.back());
-  }
-  require_one_geometry(all);
-  // Only the library's YUYV feature driver reads format 20; the session
-  // would answer every frame "format not supported".
-  if (all.front().desc.format == kFormatYuyv) {
-    throw ToolError(all.front().path + " is a yuyv frame, which the library's live session "
-                    "does not take (qlis score measures it): replay raw10, yuv10 or yuv13 frames");
-  }
-  if (!run.burst_inputs.empty()) {
-    // The library copies image_size bytes of each: one size for all.
-    std::vector<uint64_t> sizes;
-    for (const ReplayInput &in : run.burst_inputs) {
-      sizes.push_back(std::min<uint64_t>(std::filesystem::file_size(in.path), frame_bytes(in.desc)));
-    }
-    if (std::adjacent_find(sizes.begin(), sizes.end(), std::not_equal_to<>()) != sizes.end()) {
-      throw ToolError("the burst's files hold frames of different sizes (with and without chroma)");
-    }
-  }
-
-  const auto started = Clock::now();
-  SessionRunner runner;
-  // The stream starts once the session is up: init's allocations would
-  // otherwise make the first frames late and hand them over back to back.
-  auto start = Clock::now();
-  {
-    Progress progress(run.frames.size());
-    if (o.fps > 0.0) {
-      const auto interval = std::chrono::duration<double>(1.0 / o.fps);
-      std::vector<uint8_t> previous, current;
-      for (size_t i = 0; i < run.frames.size(); ++i) {
-        current = load(run.frames[i]);
-        const auto due = start + std::chrono::duration_cast<Clock::duration>(interval * i);
-        while (Clock::now() < due) {
-          runner.poll();
-          std::this_thread::sleep_for(std::min<Clock::duration>(kPacingSlice, due - Clock::now()));
-        }
-        runner.offer(run.frames[i].desc, current, run.frames[i].name);
-        if (i == 0) start = Clock::now();  // the worker has taken the first frame
-        // The runner may read the frame it last handed over until the next offer.
-        previous.swap(current);
-        progress.update(i + 1);
-      }
-      runner.settle();
-    } else {
-      for (size_t i = 0; i < run.frames.size(); ++i) {
-        const std::vector<uint8_t> bytes = load(run.frames[i]);
-        runner.evaluate(run.frames[i].desc, bytes, run.frames[i].name);
-        progress.update(i + 1);
-      }
-    }
-  }
-  run.records = runner.records();
-  run.kept_index = runner.kept_index();
-  if (run.capture_input) {
-    std::vector<uint8_t> bytes = load(*run.capture_input);
-    run.capture = runner.capture(run.capture_input->desc, bytes);
-  }
-  if (!run.burst_inputs.empty()) {
-    std::vector<std::vector<uint8_t>> frames;
-    for (const ReplayInput &in : run.burst_inputs) frames.push_back(load(in));
-    run.burst = runner.burst(run.burst_inputs.front().desc, frames);
-  }
-  run.seconds = std::chrono::duration<double>(Clock::now() - started).count();
-  return run;
-}
-
 std::string kept_text(const ReplayRun &run) {
   if (run.kept_index < 0) return "none";
   return "frame " + std::to_string(run.kept_index) + ", " +
          run.records[static_cast<size_t>(run.kept_index)].name;
 }
 
-// Burst frames and preview frames are both numbered from 0: every mention
-// says which of the two it is.
-std::string burst_frame(const ReplayRun &run, int32_t id) {
-  std::string text = "burst frame " + std::to_string(id) + " of " +
-                     std::to_string(run.burst_inputs.size());
-  if (id < 0 || static_cast<size_t>(id) >= run.burst_inputs.size()) return text;
-  return text + " (" + run.burst_inputs[static_cast<size_t>(id)].name + ")";
-}
-
-std::string kept_preview(const ReplayRun &run) {
-  if (run.kept_index < 0) return "the kept preview frame (none kept)";
-  return "the kept preview frame " + std::to_string(run.kept_index) + " (" +
-         run.records[static_cast<size_t>(run.kept_index)].name + ")";
-}
-
-struct BurstMeaning {
-  std::string best, replace, result;
-};
-
-// A burst showing the kept preview frame's scene is measured against that
-// frame's clarity: bestId is then a burst frame sharper than it (or -1) and
-// replaceId one blurrier (or -1), which takes the kept frame's bytes unless
-// a burst frame scores exactly as the kept frame does. Any other burst is
-// measured from its frame 0: both name burst frames and nothing is replaced.
-BurstMeaning burst_meaning(const ReplayRun &run, const BurstRecord &b) {
-  BurstMeaning m;
-  const std::string kept = kept_preview(run);
-  m.best = b.best_id < 0 ? "no burst frame is sharper than " + kept
-                         : burst_frame(run, b.best_id) + " is the sharpest of the burst";
-  double clarity = NAN;  // what the library measured the burst against
-  for (const PreviewRecord &r : run.records) clarity = r.evaluated ? r.base_clarity : clarity;
-  const bool tie = std::find(b.reblur.begin(), b.reblur.end(), clarity) != b.reblur.end();
-  if (b.replace_id < 0) {
-    m.replace = "no burst frame is blurrier than " + kept + "; nothing replaced";
-  } else if (b.replaced) {
-    m.replace = burst_frame(run, b.replace_id) + ", the blurriest, now holds " + kept;
-  } else {
-    m.replace = burst_frame(run, b.replace_id) + " is the blurriest; not replaced: " +
-                (tie ? "a burst frame scores exactly as " + kept
-                     : "the burst does not show the scene of " + kept);
+void appendf(std::string &out, const char *fmt, ...) __attribute__((format(printf, 2, 3)));
+void appendf(std::string &out, const char *fmt, ...) {
+  va_list args, again;
+  va_start(args, fmt);
+  va_copy(again, args);
+  const int n = std::vsnprintf(nullptr, 0, fmt, args);
+  va_end(args);
+  if (n > 0) {
+    const size_t at = out.size();
+    out.resize(at + static_cast<size_t>(n) + 1);
+    std::vsnprintf(out.data() + at, static_cast<size_t>(n) + 1, fmt, again);
+    out.pop_back();
   }
-  if (b.result < 0) {
-    m.result = "names no burst frame";
-  } else {
-    m.result = "names " + burst_frame(run, b.result) +
-               (b.best_id < 0 ? ": the library's answer whenever no burst frame is sharper "
-                                "than the kept preview frame but one is blurrier"
-                              : "");
-  }
-  return m;
+  va_end(again);
 }
 
 // Some of the library's lines hold newlines of their own: every piece
 // keeps the indent.
-void print_log(const std::vector<std::string> &lines) {
+void append_log(std::string &out, const std::vector<std::string> &lines) {
   for (const std::string &l : lines) {
     size_t from = 0;
     for (size_t nl; (nl = l.find('\n', from)) != std::string::npos; from = nl + 1) {
-      std::printf("        | %s\n", l.substr(from, nl - from).c_str());
+      appendf(out, "        | %s\n", l.substr(from, nl - from).c_str());
     }
-    std::printf("        | %s\n", l.substr(from).c_str());
+    appendf(out, "        | %s\n", l.substr(from).c_str());
   }
 }
 
-void print_text(const ReplayRun &run, const ReplayOptions &o) {
+std::string rank_text(int32_t rank) { return rank > 0 ? std::to_string(rank) : "-"; }
+
+std::string peer_text(double v) {
+  if (!std::isfinite(v)) return "-";
+  char text[32];
+  std::snprintf(text, sizeof text, "%.1f", v);
+  return text;
+}
+
+std::string replay_text(const ReplayRun &run, const ReplayOptions &o) {
+  std::string out;
   size_t name_width = 4;
   for (const PreviewRecord &r : run.records) name_width = std::max(name_width, r.name.size());
   const int nw = static_cast<int>(name_width);
-  std::printf("%5s  %-*s  %-10s  %-42s  %-6s  %-10s  %-10s\n", "frame", nw, "name", "intake",
-              "verdict", "regime", "reblur", "base");
+  const bool truth = std::any_of(run.truth.begin(), run.truth.end(),
+                                 [](const std::optional<FrameTruth> &t) { return t.has_value(); });
+  // Ranks are 1 for the sharpest by each measure: the re-blur score, the
+  // Laplacian's variance (lapvar) and, for synthesised frames, the truth.
+  appendf(out, "%5s  %-*s  %-10s  %-52s  %-6s  %-10s  %4s  %-10s  %10s  %4s%s\n", "frame", nw, "name",
+          "intake", "verdict", "regime", "reblur", "rank", "base", "lapvar", "rank",
+          truth ? "   blur  truth" : "");
   size_t handed = 0, evaluated = 0;
   for (const PreviewRecord &r : run.records) {
+    const size_t i = static_cast<size_t>(r.index);
     handed += r.handed_over;
     evaluated += r.evaluated;
     std::string verdict = r.evaluated ? "-" : r.reason;
-    if (r.evaluated) verdict = std::to_string(r.verdict) + " " + verdict_meaning(r.verdict);
-    std::printf("%5d  %-*s  %-10s  %-42s  %-6s  %-10s  %-10s%s\n", r.index, nw, r.name.c_str(),
-                intake(r), verdict.c_str(), regime(r), score_text(r.reblur).c_str(),
-                r.evaluated ? score_text(r.base_clarity).c_str() : "-",
-                r.index == run.kept_index ? "  <- kept" : (r.kept ? "  kept" : ""));
-    if (o.log) print_log(r.log);
+    if (r.evaluated) verdict = std::to_string(r.verdict) + " " + verdict_text(r.verdict);
+    std::string known;
+    if (truth && run.truth[i]) {
+      char text[32];
+      std::snprintf(text, sizeof text, "  %5.1f  %5d", run.truth[i]->blur_length_px,
+                    run.truth[i]->sharpness_rank);
+      known = text;
+    } else if (truth) {
+      known = "      -      -";
+    }
+    appendf(out, "%5d  %-*s  %-10s  %-52s  %-6s  %-10s  %4s  %-10s  %10s  %4s%s%s\n", r.index, nw,
+            r.name.c_str(), intake(r), verdict.c_str(), regime(r), score_text(r.reblur).c_str(),
+            rank_text(run.reblur_rank[i]).c_str(), r.evaluated ? score_text(r.base_clarity).c_str() : "-",
+            peer_text(run.peer[i]).c_str(), rank_text(run.peer_rank[i]).c_str(), known.c_str(),
+            r.index == run.kept_index ? "  <- kept" : (r.kept ? "  kept" : ""));
+    if (o.log) append_log(out, r.log);
   }
   char pace[48] = "every frame evaluated";
   if (o.fps > 0.0) std::snprintf(pace, sizeof pace, "paced at %g fps", o.fps);
-  std::printf("\n%zu frames: %zu handed over, %zu evaluated, %zu dropped (%s)\n",
-              run.records.size(), handed, evaluated, run.records.size() - handed, pace);
-  std::printf("best frame (bufmax): %s\n", kept_text(run).c_str());
+  appendf(out, "\n%zu frames: %zu handed over, %zu evaluated, %zu dropped (%s)\n",
+          run.records.size(), handed, evaluated, run.records.size() - handed, pace);
+  appendf(out, "best frame (bufmax): %s\n", kept_text(run).c_str());
+  appendf(out, "rankings: %s\n",
+          agreement_text(run.reblur_rank, run.peer_rank, truth_ranks(run)).c_str());
   if (run.capture) {
     const CaptureRecord &c = *run.capture;
-    std::printf("capture %s: ", run.capture_input->name.c_str());
+    appendf(out, "capture %s: ", run.capture_input->name.c_str());
     if (c.status != 0) {
-      std::printf("refused by the library (%d)\n", c.status);
+      appendf(out, "refused by the library (%d)\n", c.status);
     } else if (c.replaced) {
-      std::printf("verdict %d (%s): replaced by the best frame (%s)\n", c.verdict,
-                  verdict_meaning(c.verdict), kept_text(run).c_str());
+      appendf(out, "verdict %d (%s): replaced by %s\n", c.verdict, verdict_text(c.verdict),
+              kept_preview(run).c_str());
     } else {
-      std::printf("verdict %d (%s): the capture stands\n", c.verdict, verdict_meaning(c.verdict));
+      appendf(out, "verdict %d (%s): the capture stands\n", c.verdict, verdict_text(c.verdict));
     }
-    std::printf("  capture reblur %s\n", score_text(c.reblur).c_str());
-    if (o.log) print_log(c.log);
+    appendf(out, "  capture reblur %s\n", score_text(c.reblur).c_str());
+    if (o.log) append_log(out, c.log);
   }
   if (run.burst) {
     const BurstRecord &b = *run.burst;
-    std::printf("burst of %zu: ", run.burst_inputs.size());
+    appendf(out, "burst of %zu: ", run.burst_inputs.size());
     if (b.status != 0) {
-      std::printf("refused by the library (%d)\n", b.status);
+      appendf(out, "refused by the library (%d)\n", b.status);
     } else {
       const BurstMeaning m = burst_meaning(run, b);
-      std::printf("bestId %d, replaceId %d, result %d\n  bestId %d: %s\n  replaceId %d: %s\n"
-                  "  result %d: %s\n", b.best_id, b.replace_id, b.result, b.best_id, m.best.c_str(),
-                  b.replace_id, m.replace.c_str(), b.result, m.result.c_str());
+      appendf(out, "bestId %d, replaceId %d, result %d\n  bestId %d: %s\n  replaceId %d: %s\n"
+              "  result %d: %s\n", b.best_id, b.replace_id, b.result, b.best_id, m.best.c_str(),
+              b.replace_id, m.replace.c_str(), b.result, m.result.c_str());
     }
     for (size_t i = 0; i < b.reblur.size(); ++i) {
-      std::printf("  %s reblur %s\n", burst_frame(run, static_cast<int32_t>(i)).c_str(),
-                  score_text(b.reblur[i]).c_str());
+      appendf(out, "  %s reblur %s\n", burst_frame(run, static_cast<int32_t>(i)).c_str(),
+              score_text(b.reblur[i]).c_str());
     }
-    if (o.log) print_log(b.log);
+    if (o.log) append_log(out, b.log);
   }
-  std::printf("took %.2f s\n", run.seconds);
+  appendf(out, "took %.2f s\n", run.seconds);
+  return out;
+}
+
+json rank_or_null(int32_t rank) { return rank > 0 ? json(rank) : json(nullptr); }
+
+// Shares of frame pairs that two rankings order alike (null: no pair).
+json rankings_json(const ReplayRun &run) {
+  const std::vector<int32_t> truth = truth_ranks(run);
+  const bool known = std::any_of(truth.begin(), truth.end(), [](int32_t t) { return t > 0; });
+  return {{"peer_measure", kPeerMeasureName},
+          {"reblur_vs_laplacian", number_or_null(rank_agreement(run.reblur_rank, run.peer_rank))},
+          {"reblur_vs_truth", known ? number_or_null(rank_agreement(run.reblur_rank, truth)) : json(nullptr)},
+          {"laplacian_vs_truth", known ? number_or_null(rank_agreement(run.peer_rank, truth)) : json(nullptr)}};
 }
 
 json to_json(const ReplayRun &run, const ReplayOptions &o) {
   json frames = json::array();
   size_t handed = 0, evaluated = 0;
   for (const PreviewRecord &r : run.records) {
+    const size_t i = static_cast<size_t>(r.index);
     handed += r.handed_over;
     evaluated += r.evaluated;
     json f = {{"index", r.index},
@@ -344,13 +187,19 @@ json to_json(const ReplayRun &run, const ReplayOptions &o) {
               {"evaluated", r.evaluated},
               {"attempts", r.attempts},
               {"verdict", r.evaluated ? json(r.verdict) : json(nullptr)},
-              {"meaning", r.evaluated ? json(verdict_meaning(r.verdict)) : json(nullptr)},
+              {"meaning", r.evaluated ? json(verdict_text(r.verdict)) : json(nullptr)},
               {"reason", r.reason.empty() ? json(nullptr) : json(r.reason)},
               {"regime", regime(r)},
               {"luminance_before", r.evaluated ? number_or_null(r.luminance_before) : json(nullptr)},
               {"luminance", r.evaluated ? number_or_null(r.luminance) : json(nullptr)},
               {"reblur", number_or_null(r.reblur)},
               {"base_clarity", r.evaluated ? number_or_null(r.base_clarity) : json(nullptr)},
+              {"reblur_rank", rank_or_null(run.reblur_rank[i])},
+              {"laplacian_variance", number_or_null(run.peer[i])},
+              {"laplacian_rank", rank_or_null(run.peer_rank[i])},
+              {"truth", run.truth[i] ? json{{"blur_length_px", run.truth[i]->blur_length_px},
+                                            {"sharpness_rank", run.truth[i]->sharpness_rank}}
+                                     : json(nullptr)},
               {"kept", r.kept}};
     if (o.log) f["log"] = r.log;
     frames.push_back(std::move(f));
@@ -373,13 +222,14 @@ json to_json(const ReplayRun &run, const ReplayOptions &o) {
                           ? json(run.records[static_cast<size_t>(run.kept_index)].name)
                           : json(nullptr)}}},
       {"seconds", run.seconds},
-      {"raw10_packing", run.packing.to_json()}};
+      {"raw10_packing", run.packing.to_json()},
+      {"rankings", rankings_json(run)}};
   if (run.capture) {
     const CaptureRecord &c = *run.capture;
     doc["capture"] = {{"name", run.capture_input->name},
                       {"status", c.status},
                       {"verdict", c.verdict},
-                      {"meaning", verdict_meaning(c.verdict)},
+                      {"meaning", verdict_text(c.verdict)},
                       {"replaced", c.replaced},
                       {"reblur", number_or_null(c.reblur)}};
     if (o.log) doc["capture"]["log"] = c.log;
@@ -422,6 +272,10 @@ Subcommand add_replay_command(CLI::App &parent) {
   capture->excludes(burst);
   cmd->add_flag("--json", o->json, "Print one JSON document instead of the text");
   cmd->add_flag("--log", o->log, "Print the library's log lines under each frame");
+  cmd->add_option("--report", o->report,
+                  "Also write a self-contained report.html with its pictures into this folder "
+                  "(created when missing)");
+  cmd->add_flag("--force", o->force, "Write the report into a folder that already holds files");
   cmd->footer(
       "Files named as the library's dumps (<time>_qlas_prv_<stride>_<w>x<h>.raw,\n"
       "<w>X<h>_stride<s>_fmt<f>_index<i>.yuv, the capture dumps) carry their geometry\n"
@@ -436,16 +290,34 @@ Subcommand add_replay_command(CLI::App &parent) {
       "busy; not judged: handed over but replaced by the next hand-over before the\n"
       "worker took it), the verdict and its meaning, the lighting regime it was\n"
       "judged in (RAW10), the frame's own re-blur score (radius 5; larger is\n"
-      "sharper) and the base image's afterwards, and a mark on the frame in bufmax.\n"
+      "sharper) with its rank in the stream (1: sharpest), the base image's score\n"
+      "afterwards, the variance of the Laplacian of the same samples with its rank\n"
+      "(a common measure, computed by the tool, to see where the library's ranking\n"
+      "differs), the ground truth (blur length and rank) where a manifest.json\n"
+      "written by qlis synth lies beside the frames, and a mark on the frame in\n"
+      "bufmax. RAW10 frames whose byte 4 holds the low bits rather than a picture\n"
+      "get one warning on standard error (raw10_packing in the JSON): the\n"
+      "decisions on them are not meaningful. --report writes the demo's kind of\n"
+      "page for the run: contact sheet, scores over time, both rankings, the kept\n"
+      "frame and its block heatmap, the capture or burst, and every frame.\n"
       "A progress bar appears on standard error when it is a terminal and the run\n"
       "is long. Set QLIS_LOG=1 to see the library's lines as they are logged.");
   return {cmd, [o, fps]() {
             o->fps_given = fps->count() > 0;
+            if (!o->report.empty()) prepare_output_dir(o->report, o->force);
             const ReplayRun run = run_replay(*o);
+            const std::string text = replay_text(run, *o);
+            std::string page;
+            if (!o->report.empty()) {
+              page = std::filesystem::absolute(write_replay_report(run, *o, text)).lexically_normal().string();
+            }
             if (o->json) {
-              std::printf("%s\n", to_json(run, *o).dump(2).c_str());
+              json doc = to_json(run, *o);
+              doc["report"] = page.empty() ? json(nullptr) : json(page);
+              std::printf("%s\n", doc.dump(2).c_str());
             } else {
-              print_text(run, *o);
+              std::fputs(text.c_str(), stdout);
+              if (!page.empty()) std::printf("report: %s, open it in a browser\n", page.c_str());
             }
             run.packing.warn();
             return 0;

@@ -13,6 +13,7 @@
 #include "frame_scores.h"
 #include "heatmap.h"
 #include "packing_check.h"
+#include "peer_measure.h"
 #include "png_image.h"
 #include "ql_is/ql_is.h"
 #include "replay_inputs.h"
@@ -113,6 +114,7 @@ int run_score(const ScoreOptions &o) {
               {"stride", in.desc.stride},
               {"drivers", drivers},
               {"reblur", std::isfinite(s.reblur) ? json(s.reblur) : json(nullptr)},
+              {"laplacian_variance", finite_or_null(laplacian_variance(in.desc, bytes))},
               {"label", s.label ? json(*s.label) : json(nullptr)},
               {"probability", s.probability ? json(*s.probability) : json(nullptr)}};
     if (s.low_light) {
@@ -149,6 +151,8 @@ int run_score(const ScoreOptions &o) {
     }
     if (f.contains("low_light_histograms")) print_histograms(f["low_light_histograms"]);
     if (!f["reblur"].is_null()) std::printf("   %-40s %.6f\n", "reblur (radius 5)", f["reblur"].get<double>());
+    if (!f["laplacian_variance"].is_null())
+      std::printf("   %-40s %.1f\n", kPeerMeasureName, f["laplacian_variance"].get<double>());
     if (!f["label"].is_null()) {
       std::printf("   %-40s label %d", "classifier against frame 0", f["label"].get<int>());
       if (!f["probability"].is_null()) std::printf(", probability %.2f", f["probability"].get<double>());
@@ -185,7 +189,11 @@ Subcommand add_score_command(CLI::App &parent) {
       "the re-blur score (RAW10, radius 5, larger is sharper) and the learned\n"
       "classifier's label of the frame against the first file (RAW10 of the first\n"
       "file's geometry; 1: this frame is the sharper) with the probability the\n"
-      "library logs.\n"
+      "library logs, and beside the library's measures a common one computed by\n"
+      "the tool on the same samples: the variance of the Laplacian (RAW10: byte 4\n"
+      "of each group on every fourth row from row 3; YUV, YUYV: the luma plane).\n"
+      "RAW10 frames whose byte 4 holds the low bits rather than a picture get one\n"
+      "warning on standard error (and raw10_packing in the JSON).\n"
       "Heatmap: a grey preview from the byte the library samples (byte 4 of each\n"
       "five-byte group) on every fourth row, a quarter of the width and height,\n"
       "enlarged to at least 800 pixels wide; each of the 8x8 blocks is tinted by\n"

@@ -8,6 +8,8 @@
 #include <utility>
 
 #include "heatmap.h"
+#include "packing_check.h"
+#include "peer_measure.h"
 #include "raw10_pack.h"
 #include "session_runner.h"
 #include "tool_error.h"
@@ -15,9 +17,6 @@
 namespace qlis::tool {
 namespace {
 
-// Thumbnails of the contact sheet and larger previews, in pixels across.
-constexpr int32_t kThumbWidth = 200;
-constexpr int32_t kPreviewWidth = 600;
 // The shaken capture draws a smear of at least this share of the longest.
 constexpr double kShakenShare = 0.8;
 // The burst's frames: one smear from each of these bands (shares of the
@@ -89,7 +88,7 @@ const char *regime(const PreviewRecord &r) {
   return r.low_light ? "low light" : "normal light";
 }
 
-void account_preview(DemoReport &report) {
+void account_preview(SessionReport &report) {
   std::vector<std::string> &out = report.account;
   size_t evaluated = 0, became_best = 0;
   for (const ReportFrame &f : report.frames) {
@@ -112,8 +111,8 @@ void account_preview(DemoReport &report) {
           "  frame %2d: verdict %d (%s), re-blur %.4f %s, %s; truth: blur "
           "%.1f px, rank %d",
           r.index, r.verdict, verdict_text(r.verdict), r.reblur,
-          against.c_str(), regime(r), f.truth.blur_length_px,
-          f.truth.sharpness_rank));
+          against.c_str(), regime(r), f.truth->blur_length_px,
+          f.truth->sharpness_rank));
     }
     if (r.evaluated) {
       have_base = true;
@@ -122,7 +121,7 @@ void account_preview(DemoReport &report) {
   }
   const auto sharpest = std::find_if(
       report.frames.begin(), report.frames.end(),
-      [](const ReportFrame &f) { return f.truth.sharpness_rank == 1; });
+      [](const ReportFrame &f) { return f.truth->sharpness_rank == 1; });
   if (report.kept_index < 0) {
     out.push_back("kept in bufmax: no frame");
     return;
@@ -132,47 +131,36 @@ void account_preview(DemoReport &report) {
   out.push_back(
       format("kept in bufmax: frame %d, blur %.1f px, sharpness rank %d of %zu "
              "(the least blurred is frame %d, %.1f px)",
-             report.kept_index, kept.truth.blur_length_px,
-             kept.truth.sharpness_rank, report.frames.size(),
-             sharpest->record.index, sharpest->truth.blur_length_px));
+             report.kept_index, kept.truth->blur_length_px,
+             kept.truth->sharpness_rank, report.frames.size(),
+             sharpest->record.index, sharpest->truth->blur_length_px));
 }
 
-void account_capture(DemoReport &report) {
-  const CaptureView &c = report.capture;
-  std::string line =
-      format("capture: blur %.1f px, re-blur %.4f: verdict %d, ",
-             c.truth.blur_length_px, c.record.reblur, c.record.verdict);
-  if (c.record.replaced) {
-    line += format("replaced by the kept frame %d", report.kept_index);
-    if (report.kept_index >= 0) {
-      const FrameTruth &k =
-          report.frames[static_cast<size_t>(report.kept_index)].truth;
-      line += format(" (%.1f px: %s)", k.blur_length_px,
-                     k.blur_length_px < c.truth.blur_length_px
-                         ? "sharper, as the truth has it"
-                         : "not sharper by the truth");
-    }
-  } else {
-    line += "kept as taken";
-  }
-  report.account.push_back(line);
+std::string capture_summary(const SessionReport &report, const FrameTruth &truth) {
+  const CaptureRecord &c = report.capture->record;
+  std::string line = format("capture: blur %.1f px, re-blur %.4f: verdict %d, ",
+                            truth.blur_length_px, c.reblur, c.verdict);
+  if (!c.replaced) return line + "kept as taken";
+  line += format("replaced by the kept frame %d", report.kept_index);
+  if (report.kept_index < 0) return line;
+  const FrameTruth &k = *report.frames[static_cast<size_t>(report.kept_index)].truth;
+  return line + format(" (%.1f px: %s)", k.blur_length_px,
+                       k.blur_length_px < truth.blur_length_px ? "sharper, as the truth has it"
+                                                               : "not sharper by the truth");
 }
 
-void account_burst(DemoReport &report) {
-  const BurstView &b = report.burst;
-  report.account.push_back(format(
+std::string burst_summary(const BurstRecord &b, const std::vector<FrameTruth> &truth) {
+  return format(
       "burst of %zu (blur %s): bestId %d, replaceId %d, %s; truth: least "
       "blurred %zu, most blurred %zu",
-      b.truth.size(), blur_list(b.truth).c_str(), b.record.best_id,
-      b.record.replace_id,
-      b.record.replaced ? "the blurriest was overwritten by the kept frame"
-                        : "no frame overwritten",
-      least_blurred(b.truth), most_blurred(b.truth)));
+      truth.size(), blur_list(truth).c_str(), b.best_id, b.replace_id,
+      b.replaced ? "the blurriest was overwritten by the kept frame" : "no frame overwritten",
+      least_blurred(truth), most_blurred(truth));
 }
 
 }  // namespace
 
-DemoReport run_demo(const RgbImage &photo, const std::string &photo_path,
+SessionReport run_demo(const RgbImage &photo, const std::string &photo_path,
                     const DemoOptions &options) {
   SynthParams params;
   params.width = options.width;
@@ -181,16 +169,19 @@ DemoReport run_demo(const RgbImage &photo, const std::string &photo_path,
   params.seed = options.seed;
   validate_synth(params);
 
-  DemoReport report;
-  report.photo = std::filesystem::path(photo_path).filename().string();
-  report.seed = options.seed;
-  report.desc = synth_frame_desc(params);
-  report.packing = kRaw10Packing;
-  const FrameDesc &desc = report.desc;
+  SessionReport report;
+  const std::string photo_name = std::filesystem::path(photo_path).filename().string();
+  const FrameDesc desc = synth_frame_desc(params);
+  report.title = format("qlis demo: %d hand-held frames, %dx%d RAW10", params.frames,
+                        desc.width, desc.height);
+  report.intro = format(
+      "Synthesised from %s (seed %llu). Every frame went through the library's preview "
+      "intake and was judged by its worker; then came a shaken single capture and a burst.",
+      photo_name.c_str(), static_cast<unsigned long long>(options.seed));
   report.account.push_back(format(
       "qlis demo: %d RAW10 frames %dx%d (stride %d) synthesised from %s, "
       "seed %llu",
-      params.frames, desc.width, desc.height, desc.stride, report.photo.c_str(),
+      params.frames, desc.width, desc.height, desc.stride, photo_name.c_str(),
       static_cast<unsigned long long>(options.seed)));
   report.account.push_back(
       std::string("packing: ") + kRaw10Packing +
@@ -211,6 +202,9 @@ DemoReport run_demo(const RgbImage &photo, const std::string &photo_path,
       burst.end());
 
   std::vector<uint8_t> kept_bytes;
+  std::vector<FrameTruth> burst_truth;
+  FrameTruth capture_truth;
+  PackingWatch packing;
   {
     SessionRunner runner;
     generate_frames(photo, params, [&](SynthFrame &&f) {
@@ -218,39 +212,45 @@ DemoReport run_demo(const RgbImage &photo, const std::string &photo_path,
       frame.truth = f.truth;
       frame.record = runner.evaluate(f.desc, f.bytes,
                                      format("frame %d", f.truth.index - 1));
-      frame.thumb = preview(f, f.bytes, kThumbWidth);
+      frame.thumb = preview(f, f.bytes, kReportThumbWidth);
+      frame.peer = laplacian_variance(f.desc, f.bytes);
+      packing.add(f.desc, f.bytes);
       report.frames.push_back(std::move(frame));
     });
     report.kept_index = runner.kept_index();
     if (report.kept_index >= 0) kept_bytes = runner.kept_frame();
 
-    CaptureView &cap = report.capture;
-    cap.truth = shaken.truth;
-    cap.before = preview(shaken, shaken.bytes, kPreviewWidth);
+    CaptureView &cap = report.capture.emplace();
+    capture_truth = shaken.truth;
+    cap.before = preview(shaken, shaken.bytes, kReportPreviewWidth);
     cap.record = runner.capture(shaken.desc, shaken.bytes);
-    cap.after = preview(shaken, shaken.bytes, kPreviewWidth);
+    cap.after = preview(shaken, shaken.bytes, kReportPreviewWidth);
 
-    BurstView &b = report.burst;
+    BurstView &b = report.burst.emplace();
     std::vector<std::vector<uint8_t>> frames;
     for (SynthFrame &f : burst) {
-      b.truth.push_back(f.truth);
-      b.before.push_back(preview(f, f.bytes, kThumbWidth));
+      burst_truth.push_back(f.truth);
+      b.before.push_back(preview(f, f.bytes, kReportThumbWidth));
       frames.push_back(std::move(f.bytes));
     }
     b.record = runner.burst(desc, frames);
     for (size_t i = 0; i < frames.size(); ++i)
-      b.after.push_back(preview(burst[i], frames[i], kThumbWidth));
+      b.after.push_back(preview(burst[i], frames[i], kReportThumbWidth));
   }
   // Drawn after the session so that the watermark's log lines stay out of
   // the session's records.
   if (!kept_bytes.empty()) {
     report.kept_preview = develop_grey(
-        desc, kept_bytes, preview_factor(desc.width, kPreviewWidth));
+        desc, kept_bytes, preview_factor(desc.width, kReportPreviewWidth));
     report.kept_heatmap = render_heatmap(desc, kept_bytes);
   }
+  rank_frames(report.frames);
+  report.packing = packing.summary();
   account_preview(report);
-  account_capture(report);
-  account_burst(report);
+  report.capture->summary = capture_summary(report, capture_truth);
+  report.burst->summary = burst_summary(report.burst->record, burst_truth);
+  report.account.push_back(report.capture->summary);
+  report.account.push_back(report.burst->summary);
   return report;
 }
 

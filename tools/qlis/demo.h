@@ -25,7 +25,7 @@ inline constexpr int32_t kDemoBurstFrames = 4;
 
 // Runs the session and returns what the report shows; `account` holds the
 // readable lines the command prints. Throws ToolError.
-DemoReport run_demo(const RgbImage &photo, const std::string &photo_path,
+SessionReport run_demo(const RgbImage &photo, const std::string &photo_path,
                     const DemoOptions &options);
 
 }  // namespace qlis::tool

@@ -107,6 +107,16 @@ void PackingWatch::warn() const {
                kMeaning[static_cast<int>(PackingFinding::kLowBits)], kAdvice);
 }
 
+std::string PackingWatch::summary() const {
+  const int32_t total = counts_[0] + counts_[1] + counts_[2];
+  if (total == 0) return "no RAW10 frame was read: nothing to check";
+  const PackingFinding f = finding();
+  const int i = static_cast<int>(f);
+  std::string text = std::string(finding_name(f)) + " in " + std::to_string(counts_[i]) + " of " +
+                     std::to_string(total) + " RAW10 frames: " + kMeaning[i];
+  return f == PackingFinding::kLowBits ? text + "; " + kAdvice : text;
+}
+
 nlohmann::json PackingWatch::to_json() const {
   if (counts_[0] + counts_[1] + counts_[2] == 0) return nullptr;
   const PackingFinding f = finding();

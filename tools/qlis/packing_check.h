@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <nlohmann/json_fwd.hpp>
+#include <string>
 #include <vector>
 
 #include "frame_file.h"
@@ -36,6 +37,9 @@ class PackingWatch {
   // One line on standard error when the sampled byte holds the low bits;
   // nothing otherwise.
   void warn() const;
+  // The finding in a sentence: what it rests on, what it means and, for
+  // low bits, what to do.
+  std::string summary() const;
   // The top-level "raw10_packing" field: null when no RAW10 frame was read.
   nlohmann::json to_json() const;
 

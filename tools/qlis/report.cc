@@ -1,5 +1,6 @@
 #include "report.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <fstream>
@@ -7,6 +8,7 @@
 #include <sstream>
 
 #include "output_dir.h"
+#include "peer_measure.h"
 #include "tool_error.h"
 
 namespace qlis::tool {
@@ -15,6 +17,7 @@ namespace {
 constexpr int32_t kSheetColumns = 6;
 constexpr int32_t kChartWidth = 1200;
 constexpr int32_t kChartHeight = 320;
+constexpr int32_t kRankChartSide = 520;
 
 std::string escape(const std::string &text) {
   std::string out;
@@ -101,11 +104,16 @@ std::string key(const char *css_colour, const std::string &text) {
          "\"></span>" + text;
 }
 
-std::string frames_table(const DemoReport &r) {
+std::string rank_text(int32_t rank) { return rank > 0 ? std::to_string(rank) : "-"; }
+
+std::string frames_table(const SessionReport &r) {
+  const bool truth = std::any_of(r.frames.begin(), r.frames.end(),
+                                 [](const ReportFrame &f) { return f.truth.has_value(); });
   std::ostringstream t;
-  t << "<table id=\"frames\"><thead><tr><th>frame</th><th>blur px</th>"
-       "<th>truth rank</th><th>verdict</th><th>regime</th><th>luminance</th>"
-       "<th>re-blur</th><th>base clarity</th><th>kept</th></tr></thead>"
+  t << "<table id=\"frames\"><thead><tr><th>frame</th>" << (r.show_names ? "<th>name</th>" : "")
+    << (truth ? "<th>blur px</th><th>truth rank</th>" : "")
+    << "<th>verdict</th><th>regime</th><th>luminance</th><th>re-blur</th><th>re-blur rank</th>"
+       "<th>Laplacian var.</th><th>its rank</th><th>base clarity</th><th>kept</th></tr></thead>"
        "<tbody>\n";
   for (const ReportFrame &f : r.frames) {
     const PreviewRecord &p = f.record;
@@ -113,18 +121,23 @@ std::string frames_table(const DemoReport &r) {
                       : p.kept                ? "best"
                       : p.low_light           ? "low"
                                               : "";
-    t << "<tr class=\"" << cls << "\"><td>" << p.index << "</td><td>"
-      << number(f.truth.blur_length_px, 1) << "</td><td>"
-      << f.truth.sharpness_rank << "</td><td class=\"l\">";
+    t << "<tr class=\"" << cls << "\"><td>" << p.index << "</td>";
+    if (r.show_names) t << "<td class=\"l\">" << escape(p.name) << "</td>";
+    if (truth) {
+      t << "<td>" << (f.truth ? number(f.truth->blur_length_px, 1) : "-") << "</td><td>"
+        << rank_text(f.truth ? f.truth->sharpness_rank : 0) << "</td>";
+    }
+    t << "<td class=\"l\">";
     if (p.evaluated) {
       t << p.verdict << " " << escape(verdict_text(p.verdict));
     } else {
-      t << (p.handed_over ? "not evaluated" : "dropped");
+      t << escape(p.reason.empty() ? (p.handed_over ? "not judged" : "dropped") : p.reason);
     }
-    t << "</td><td class=\"l regime\">" << (p.low_light ? "low" : "normal")
-      << "</td><td>" << number(p.luminance, 1) << "</td><td>"
-      << number(p.reblur, 4) << "</td><td>" << number(p.base_clarity, 4)
-      << "</td><td>"
+    t << "</td><td class=\"l regime\">" << (!p.evaluated ? "-" : p.low_light ? "low" : "normal")
+      << "</td><td>" << number(p.evaluated ? p.luminance : NAN, 1) << "</td><td>"
+      << number(p.reblur, 4) << "</td><td>" << rank_text(f.reblur_rank) << "</td><td>"
+      << number(f.peer, 1) << "</td><td>" << rank_text(f.peer_rank) << "</td><td>"
+      << number(p.evaluated ? p.base_clarity : NAN, 4) << "</td><td>"
       << (p.index == r.kept_index ? "bufmax"
           : p.kept                ? "yes"
                                   : "")
@@ -132,6 +145,19 @@ std::string frames_table(const DemoReport &r) {
   }
   t << "</tbody></table>\n";
   return t.str();
+}
+
+// How often the rankings agree, in words.
+std::string rankings_text(const std::vector<ReportFrame> &frames) {
+  std::vector<int32_t> reblur, peer, truth;
+  for (const ReportFrame &f : frames) {
+    reblur.push_back(f.reblur_rank);
+    peer.push_back(f.peer_rank);
+    truth.push_back(f.truth ? f.truth->sharpness_rank : 0);
+  }
+  std::string text = agreement_text(reblur, peer, truth);
+  text[0] = 'T';
+  return text + ".";
 }
 
 std::vector<std::string> burst_captions(const BurstView &b, bool after) {
@@ -150,18 +176,33 @@ std::vector<std::string> burst_captions(const BurstView &b, bool after) {
 
 }  // namespace
 
+void rank_frames(std::vector<ReportFrame> &frames) {
+  std::vector<double> reblur, peer;
+  for (const ReportFrame &f : frames) {
+    reblur.push_back(f.record.reblur);
+    peer.push_back(f.peer);
+  }
+  const std::vector<int32_t> by_reblur = rank_descending(reblur), by_peer = rank_descending(peer);
+  for (size_t i = 0; i < frames.size(); ++i) {
+    frames[i].reblur_rank = by_reblur[i];
+    frames[i].peer_rank = by_peer[i];
+  }
+}
+
 const char *verdict_text(int32_t verdict) {
   switch (verdict) {
     case 2:
       return "sharper than the base";
     case 3:
-      return "not better: keep the best";
+      return "not better: the best stays";
     case 4:
-      return "a new base: first frame, scene change or flat frame";
+      return "new base: first frame, scene change or flat frame";
     case -1:
       return "unknown mode";
+    case 0:
+      return "format not supported";
     default:
-      return "not judged";
+      return "unexpected result";
   }
 }
 
@@ -183,23 +224,15 @@ std::string base64(const std::vector<uint8_t> &bytes) {
   return out;
 }
 
-std::string write_report(const DemoReport &r, const std::string &dir) {
+std::string write_report(const SessionReport &r, const std::string &dir) {
   Pictures pictures(dir);
-  const CaptureView &cap = r.capture;
-  const BurstView &burst = r.burst;
   const std::string kept_name =
       r.kept_index < 0 ? std::string("none") : std::to_string(r.kept_index);
   std::ostringstream page;
-  page << "<!DOCTYPE html>\n<html lang=\"en\"><head><meta charset=\"utf-8\">"
-          "<title>qlis demo report</title><style>"
-       << kStyle << "</style></head><body>\n";
-  page << "<h1>qlis demo: " << r.frames.size() << " hand-held frames, "
-       << r.desc.width << "x" << r.desc.height << " RAW10</h1>\n"
-       << "<p>Synthesised from <code>" << escape(r.photo) << "</code> (seed "
-       << r.seed << "); packing: " << escape(r.packing)
-       << ". Every frame went through the library's preview intake and was "
-          "judged by its worker; then came a shaken single capture and a "
-          "burst.</p>\n";
+  page << "<!DOCTYPE html>\n<html lang=\"en\"><head><meta charset=\"utf-8\"><title>"
+       << escape(r.title) << "</title><style>" << kStyle << "</style></head><body>\n";
+  page << "<h1>" << escape(r.title) << "</h1>\n<p>" << escape(r.intro) << "</p>\n";
+  page << "<p id=\"packing\"><strong>RAW10 packing:</strong> " << escape(r.packing) << "</p>\n";
   page << "<pre id=\"account\">";
   for (const std::string &line : r.account) page << escape(line) << "\n";
   page << "</pre>\n";
@@ -226,64 +259,62 @@ std::string write_report(const DemoReport &r, const std::string &dir) {
        << key("#ff8c00", "kept in bufmax")
        << key("#ffecb4", "judged in low light") << "</figcaption></figure>\n";
 
+  page << "<section id=\"rankings\"><h2>Two measures of sharpness</h2>\n<p>"
+       << escape(rankings_text(r.frames)) << "</p>\n<figure>"
+       << pictures.img("rank-chart.png", render_rank_chart(r.frames, r.kept_index, kRankChartSide),
+                       "rank-chart", "re-blur rank against Laplacian variance rank")
+       << "<figcaption>Each frame at its rank by the library's re-blur score "
+          "(across) and by the " << kPeerMeasureName << " of the same samples (down), 1 "
+          "for the sharpest. On the diagonal the two agree."
+       << key("#286edc", "became the best") << key("#ff8c00", "kept in bufmax")
+       << "</figcaption></figure></section>\n";
+
   page << "<h2>The best frame</h2>\n<div class=\"row\"><figure>"
        << pictures.img("kept-frame.png", or_tile(to_rgb(r.kept_preview)),
                        "kept-frame", "the frame kept in bufmax")
-       << "<figcaption>Frame " << kept_name
-       << ", kept in bufmax when the capture came";
-  if (r.kept_index >= 0 &&
-      static_cast<size_t>(r.kept_index) < r.frames.size()) {
+       << "<figcaption>Frame " << kept_name;
+  if (r.kept_index >= 0 && static_cast<size_t>(r.kept_index) < r.frames.size()) {
     const ReportFrame &k = r.frames[static_cast<size_t>(r.kept_index)];
-    page << ": blur " << number(k.truth.blur_length_px, 1)
-         << " px, sharpness rank " << k.truth.sharpness_rank << " of "
-         << r.frames.size();
+    if (r.show_names) page << " (" << escape(k.record.name) << ")";
+    page << ", kept in bufmax when the preview stream ended";
+    if (k.truth)
+      page << ": blur " << number(k.truth->blur_length_px, 1) << " px, sharpness rank "
+           << k.truth->sharpness_rank << " of " << r.frames.size();
   }
   page << ".</figcaption></figure><figure>"
        << pictures.img("heatmap.png", or_tile(r.kept_heatmap), "heatmap",
                        "block features of the kept frame")
-       << "<figcaption>Its 8x8 block features.</figcaption></figure></div>\n";
+       << "<figcaption>Its 8x8 block features (RAW10 only).</figcaption></figure></div>\n";
 
-  page << "<section id=\"capture-decision\"><h2>The capture</h2>\n<p>A "
-          "capture with a "
-       << number(cap.truth.blur_length_px, 1)
-       << " px shake smear, re-blur score " << number(cap.record.reblur, 4)
-       << ": verdict " << cap.record.verdict << ", "
-       << (cap.record.replaced
-               ? "<strong>replaced</strong> by the frame kept in bufmax"
-               : "<strong>kept</strong> as taken")
-       << ".</p>\n<div class=\"row\"><figure>"
-       << pictures.img("capture-before.png", or_tile(to_rgb(cap.before)),
-                       "capture-before", "the capture as taken")
-       << "<figcaption>Handed in</figcaption></figure><figure>"
-       << pictures.img("capture-after.png", or_tile(to_rgb(cap.after)),
-                       "capture-after", "the capture as returned")
-       << "<figcaption>Returned to the host</figcaption></figure></div>"
-          "</section>\n";
-
-  page << "<section id=\"burst\"><h2>The burst</h2>\n<p>" << burst.before.size()
-       << " frames; the library named bestId " << burst.record.best_id
-       << " and replaceId " << burst.record.replace_id << "; "
-       << (burst.record.replaced ? "the blurriest frame was overwritten by "
-                                   "the frame kept in bufmax"
-                                 : "no frame was overwritten")
-       << ". Blur per frame:";
-  for (size_t i = 0; i < burst.truth.size(); ++i)
-    page << (i ? ", " : " ") << number(burst.truth[i].blur_length_px, 1)
-         << " px";
-  page << ".</p>\n<figure>"
-       << pictures.img("burst-before.png",
-                       render_strip(burst.before, burst_captions(burst, false),
-                                    burst.record.best_id),
-                       "burst-before", "the burst as taken")
-       << "<figcaption>Handed in</figcaption></figure><figure>"
-       << pictures.img("burst-after.png",
-                       render_strip(burst.after, burst_captions(burst, true),
-                                    burst.record.best_id),
-                       "burst-after", "the burst as returned")
-       << "<figcaption>Returned to the host"
-       << (burst.record.replaced ? "" : ", unchanged")
-       << "</figcaption></figure></section>\n";
-
+  if (r.capture) {
+    const CaptureView &cap = *r.capture;
+    page << "<section id=\"capture-decision\"><h2>The capture</h2>\n<p>" << escape(cap.summary)
+         << "</p>\n<div class=\"row\"><figure>"
+         << pictures.img("capture-before.png", or_tile(to_rgb(cap.before)),
+                         "capture-before", "the capture as taken")
+         << "<figcaption>Handed in</figcaption></figure><figure>"
+         << pictures.img("capture-after.png", or_tile(to_rgb(cap.after)),
+                         "capture-after", "the capture as returned")
+         << "<figcaption>Returned to the host</figcaption></figure></div>"
+            "</section>\n";
+  }
+  if (r.burst) {
+    const BurstView &burst = *r.burst;
+    page << "<section id=\"burst\"><h2>The burst</h2>\n<p>" << escape(burst.summary)
+         << "</p>\n<figure>"
+         << pictures.img("burst-before.png",
+                         render_strip(burst.before, burst_captions(burst, false),
+                                      burst.record.best_id),
+                         "burst-before", "the burst as taken")
+         << "<figcaption>Handed in</figcaption></figure><figure>"
+         << pictures.img("burst-after.png",
+                         render_strip(burst.after, burst_captions(burst, true),
+                                      burst.record.best_id),
+                         "burst-after", "the burst as returned")
+         << "<figcaption>Returned to the host"
+         << (burst.record.replaced ? "" : ", unchanged")
+         << "</figcaption></figure></section>\n";
+  }
   page << "<h2>Every frame</h2>\n" << frames_table(r) << "</body></html>\n";
   const std::string path = dir + "/" + kReportPage;
   const std::string text = page.str();

@@ -180,6 +180,37 @@ RgbImage render_score_chart(const std::vector<ReportFrame> &frames,
   return chart;
 }
 
+RgbImage render_rank_chart(const std::vector<ReportFrame> &frames,
+                           int32_t kept_index, int32_t side) {
+  RgbImage chart = blank_rgb(side, side, kWhite);
+  int32_t count = 0;
+  for (const ReportFrame &f : frames) count = std::max({count, f.reblur_rank, f.peer_rank});
+  const int32_t left = 40, top = 28, right = side - 16, bottom = side - 16;
+  // Rank k sits at the centre of the k-th of `count` slots, 1 at the top left.
+  const auto at = [count](int32_t k, int32_t from, int32_t to) {
+    return from + static_cast<int32_t>(std::lround((k - 0.5) * (to - from) / std::max(count, 1)));
+  };
+  draw_line(chart, left, top, right, bottom, 1, kGrid);
+  fill_rect(chart, left - 1, top, left + 1, bottom + 1, kAxis);
+  fill_rect(chart, left - 1, top - 2, right, top, kAxis);
+  if (count == 0) return chart;
+  for (int32_t k : {1, count}) {
+    const std::string text = std::to_string(k);
+    stamp_text(chart, at(k, left, right) - stamp_width(text, 1) / 2, top - 14, text, 1, kLabel);
+    stamp_text(chart, left - 8 - stamp_width(text, 1), at(k, top, bottom) - 4, text, 1, kLabel);
+  }
+  // Numbers beside the dots while they still fit.
+  const bool numbered = count <= 40;
+  for (const ReportFrame &f : frames) {
+    if (f.reblur_rank <= 0 || f.peer_rank <= 0) continue;
+    const int32_t x = at(f.reblur_rank, left, right), y = at(f.peer_rank, top, bottom);
+    const bool kept = f.record.index == kept_index;
+    marker(chart, x, y, kept ? 6 : 3, kept ? kKeptColour : f.record.kept ? kBestColour : kBar);
+    if (numbered) stamp_text(chart, x + 9, y - 4, std::to_string(f.record.index), 1, kLabel);
+  }
+  return chart;
+}
+
 RgbImage render_strip(const std::vector<GreyImage> &images,
                       const std::vector<std::string> &captions,
                       int32_t highlight) {

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <nlohmann/json.hpp>
 
 #include "output_dir.h"
@@ -75,6 +76,31 @@ nlohmann::json synth_manifest(const SynthParams &p,
         {"read_noise_dn", p.sensor.read_noise_dn}}},
       {"frames", frame_list},
   };
+}
+
+std::map<std::string, FrameTruth> read_manifest_truth(const std::string &dir) {
+  std::map<std::string, FrameTruth> truth;
+  std::ifstream in(std::filesystem::path(dir) / kManifestName);
+  if (!in) return truth;
+  const nlohmann::json doc = nlohmann::json::parse(in, nullptr, false);
+  if (!doc.is_object() || doc.value("generator", "") != "qlis synth" || !doc.contains("frames"))
+    return truth;
+  try {
+    for (const nlohmann::json &f : doc.at("frames")) {
+      FrameTruth t;
+      t.index = f.at("index").get<int32_t>();
+      t.blur_length_px = f.at("blur_length_px").get<double>();
+      t.blur_angle_deg = f.at("blur_angle_deg").get<double>();
+      t.shift_x = f.at("shift_px").at(0).get<int32_t>();
+      t.shift_y = f.at("shift_px").at(1).get<int32_t>();
+      t.noise_sigma_dn = f.at("noise_sigma_dn_at_18pct_grey").get<double>();
+      t.sharpness_rank = f.at("sharpness_rank").get<int32_t>();
+      truth[f.at("file").get<std::string>()] = t;
+    }
+  } catch (const nlohmann::json::exception &) {
+    truth.clear();  // edited by hand past recognition: no truth rather than a wrong one
+  }
+  return truth;
 }
 
 SynthReport write_synth(const RgbImage &photo, const std::string &photo_path,

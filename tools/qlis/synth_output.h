@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <vector>
@@ -25,6 +26,11 @@ std::string layout_text(int32_t format,
 nlohmann::json synth_manifest(const SynthParams &params,
                               const std::string &photo_path,
                               const std::vector<FrameTruth> &frames);
+
+// The ground truth of the frames in `dir` by file name, from a manifest
+// synth wrote there; empty when there is none, or when manifest.json is not
+// synth's (someone else's file is not ours to judge, nor an error).
+std::map<std::string, FrameTruth> read_manifest_truth(const std::string &dir);
 
 struct SynthReport {
   std::vector<std::string> files;  // frame files, in index order
