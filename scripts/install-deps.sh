@@ -4,15 +4,16 @@
 #                            and CLI11, libpng and nlohmann-json for the qlis tool
 #   install-deps.sh --tests  also GoogleTest, Google Benchmark, SIMDe, the ARM
 #                            cross compilers and qemu-user for the ARM suites,
-#                            and Chromium, which renders the demo's report in
-#                            its browser test
+#                            Debian's Android liblog and libcutils for the
+#                            Android backends built on the host, and Chromium,
+#                            which renders the demo's report in its browser test
 set -euo pipefail
 
 packages=(cmake ninja-build g++ make libcli11-dev libpng-dev nlohmann-json3-dev)
 if [[ "${1:-}" == "--tests" ]]; then
   packages+=(googletest libgtest-dev libbenchmark-dev libsimde-dev
              g++-arm-linux-gnueabihf g++-aarch64-linux-gnu qemu-user pkg-config
-             chromium)
+             android-liblog-dev android-libcutils-dev chromium)
 fi
 
 missing=()

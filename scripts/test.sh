@@ -2,14 +2,15 @@
 # Builds and runs every test suite: the host suite (NEON kernels through
 # SIMDe), AddressSanitizer + UndefinedBehaviorSanitizer, ThreadSanitizer on
 # the suites that run threads (session, worker, captures, threaded metric), the portable
-# kernels only, and the 32- and 64-bit ARM suites under qemu-user.
+# kernels only, the Android log, property and file backends against Debian's
+# Android libraries, and the 32- and 64-bit ARM suites under qemu-user.
 # Usage: test.sh [preset ...]   (default: all of them)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/install-deps.sh --tests
 
 presets=("$@")
-[[ ${#presets[@]} -eq 0 ]] && presets=(host-release host-asan host-tsan host-portable armhf aarch64)
+[[ ${#presets[@]} -eq 0 ]] && presets=(host-release host-asan host-tsan host-portable host-android-platform armhf aarch64)
 
 jobs=$(nproc)
 for preset in "${presets[@]}"; do

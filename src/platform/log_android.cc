@@ -6,6 +6,8 @@
 
 namespace qlis {
 
+static_assert(kLogPriority == ANDROID_LOG_ERROR, "every line goes out as an error");
+
 int log_line(const char *tag, const char *format, ...) {
   va_list args;
   va_start(args, format);

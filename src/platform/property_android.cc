@@ -6,6 +6,8 @@
 
 namespace qlis {
 
+static_assert(kPropertyValueMax == PROP_VALUE_MAX, "the value buffer is bionic's");
+
 int read_property_int(const char *name) {
   char value[kPropertyValueMax] = "0";
   __system_property_get(name, value);
