@@ -5,7 +5,8 @@
 #   install-deps.sh --tests  also GoogleTest, Google Benchmark, SIMDe, the ARM
 #                            cross compilers and qemu-user for the ARM suites,
 #                            Debian's Android liblog and libcutils for the
-#                            Android backends built on the host, and Chromium,
+#                            Android backends built on the host, clang with
+#                            libFuzzer for the fuzz targets, and Chromium,
 #                            which renders the demo's report in its browser test
 set -euo pipefail
 
@@ -13,7 +14,7 @@ packages=(cmake ninja-build g++ make libcli11-dev libpng-dev nlohmann-json3-dev)
 if [[ "${1:-}" == "--tests" ]]; then
   packages+=(googletest libgtest-dev libbenchmark-dev libsimde-dev
              g++-arm-linux-gnueabihf g++-aarch64-linux-gnu qemu-user pkg-config
-             android-liblog-dev android-libcutils-dev chromium)
+             android-liblog-dev android-libcutils-dev clang chromium)
 fi
 
 missing=()
