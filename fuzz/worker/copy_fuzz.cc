@@ -1,6 +1,7 @@
-// The intake's block copies and the buffer-pair swap: zs_memcpy is memcpy,
-// zs_memset the portable fill (whole blocks of the value's low byte, a
-// zeroed tail), both staying inside buffers that end on a page boundary;
+// The intake's block copies and the buffer-pair swap: zs_memcpy and the
+// portable copy are memcpy, zs_memset the portable fill (whole blocks of the
+// value's low byte, a zeroed tail), all staying inside buffers that end on
+// a page boundary;
 // swap_buf exchanges exactly the first n words of arrays apart, and on
 // overlapping arrays the NEON and portable orders of loads and stores agree.
 #include <algorithm>
@@ -22,7 +23,9 @@ QLIS_FUZZ_TARGET(copy) {
   qlis::test::PageEndBuffer src(n), kernel(n), portable(n);
   in.fill(src.data(), n);
   zs_memcpy(kernel.data(), src.data(), n);
-  QLIS_FUZZ_CHECK(n == 0 || std::memcmp(kernel.data(), src.data(), n) == 0);
+  qlis::portable::copy_blocks(portable.data(), src.data(), n);
+  QLIS_FUZZ_CHECK(n == 0 || (std::memcmp(kernel.data(), src.data(), n) == 0 &&
+                             std::memcmp(portable.data(), src.data(), n) == 0));
   zs_memset(kernel.data(), value, n);
   qlis::portable::fill_blocks(portable.data(), static_cast<uint8_t>(value), n);
   QLIS_FUZZ_CHECK(n == 0 || std::memcmp(kernel.data(), portable.data(), n) == 0);
