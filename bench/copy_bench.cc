@@ -41,10 +41,10 @@ void BM_ZsMemcpy15MB(benchmark::State &state, Cache cache) {
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * kCopyBytes);
 }
 
-BENCHMARK_CAPTURE(BM_Memcpy15MB, cold, Cache::kCold)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_ZsMemcpy15MB, cold, Cache::kCold)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_Memcpy15MB, warm, Cache::kWarm)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_ZsMemcpy15MB, warm, Cache::kWarm)->Unit(benchmark::kMillisecond);
+QLIS_COLD(BM_Memcpy15MB);
+QLIS_COLD(BM_ZsMemcpy15MB);
+QLIS_WARM(BM_Memcpy15MB);
+QLIS_WARM(BM_ZsMemcpy15MB);
 
 [[maybe_unused]] const bool kRegistered =
     (qlis::bench::compare("BM_ZsMemcpy15MB/cold", "BM_Memcpy15MB/cold", 1.10),

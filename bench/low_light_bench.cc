@@ -39,15 +39,15 @@ void BM_LowLightFloor(benchmark::State &state, Cache cache) {
   });
 }
 
-BENCHMARK_CAPTURE(BM_LowLightFloor, cold, Cache::kCold)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_LowLightMode1, cold, Cache::kCold)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_LowLightMode0, cold, Cache::kCold)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_LowLightFloor, warm, Cache::kWarm)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_LowLightMode1, warm, Cache::kWarm)->Unit(benchmark::kMillisecond);
+QLIS_COLD(BM_LowLightFloor);
+QLIS_COLD(BM_LowLightMode1);
+QLIS_COLD(BM_LowLightMode0);
+QLIS_WARM(BM_LowLightFloor);
+QLIS_WARM(BM_LowLightMode1);
 
 [[maybe_unused]] const bool kRegistered =
     (compare("BM_LowLightMode1/cold", "BM_LowLightFloor/cold", 2.0),
-     compare("BM_LowLightMode0/cold", "BM_LowLightFloor/cold", 0),
+     compare("BM_LowLightMode0/cold", "BM_LowLightFloor/cold", 8.0),
      compare("BM_LowLightMode1/warm", "BM_LowLightFloor/warm", 0), true);
 
 }  // namespace

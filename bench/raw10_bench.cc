@@ -36,12 +36,12 @@ void BM_Raw10EvenRowsFloor(benchmark::State &state, Cache cache) {
   });
 }
 
-BENCHMARK_CAPTURE(BM_Raw10EvenRowsFloor, cold, Cache::kCold)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_Raw10Mode0, cold, Cache::kCold)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_Raw10Mode1, cold, Cache::kCold)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_Raw10Mode2, cold, Cache::kCold)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_Raw10EvenRowsFloor, warm, Cache::kWarm)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_Raw10Mode0, warm, Cache::kWarm)->Unit(benchmark::kMillisecond);
+QLIS_COLD(BM_Raw10EvenRowsFloor);
+QLIS_COLD(BM_Raw10Mode0);
+QLIS_COLD(BM_Raw10Mode1);
+QLIS_COLD(BM_Raw10Mode2);
+QLIS_WARM(BM_Raw10EvenRowsFloor);
+QLIS_WARM(BM_Raw10Mode0);
 
 [[maybe_unused]] const bool kRegistered =
     (compare("BM_Raw10Mode0/cold", "BM_Raw10EvenRowsFloor/cold", 1.5),

@@ -53,11 +53,11 @@ void BM_ReblurFloor(benchmark::State &state, Cache cache) {
   });
 }
 
-BENCHMARK_CAPTURE(BM_ReblurFloor, cold, Cache::kCold)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_Reblur, cold, Cache::kCold)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_ReblurPortable, cold, Cache::kCold)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_ReblurFloor, warm, Cache::kWarm)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_Reblur, warm, Cache::kWarm)->Unit(benchmark::kMillisecond);
+QLIS_COLD(BM_ReblurFloor);
+QLIS_COLD(BM_Reblur);
+QLIS_COLD(BM_ReblurPortable);
+QLIS_WARM(BM_ReblurFloor);
+QLIS_WARM(BM_Reblur);
 
 [[maybe_unused]] const bool kRegistered =
     (compare("BM_Reblur/cold", "BM_ReblurFloor/cold", 2.0),

@@ -50,10 +50,10 @@ void BM_YuvDriverFloor(benchmark::State &state, Cache cache) {
                        [&] { benchmark::DoNotOptimize(touch_driver_rows(frame)); });
 }
 
-BENCHMARK_CAPTURE(BM_YuvDriverFloor, cold, Cache::kCold)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_YuvDriver, cold, Cache::kCold)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_YuvDriverFloor, warm, Cache::kWarm)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_YuvDriver, warm, Cache::kWarm)->Unit(benchmark::kMillisecond);
+QLIS_COLD(BM_YuvDriverFloor);
+QLIS_COLD(BM_YuvDriver);
+QLIS_WARM(BM_YuvDriverFloor);
+QLIS_WARM(BM_YuvDriver);
 
 [[maybe_unused]] const bool kRegistered =
     (qlis::bench::compare("BM_YuvDriver/cold", "BM_YuvDriverFloor/cold", 0),
