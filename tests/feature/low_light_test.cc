@@ -8,7 +8,6 @@
 
 #include "feature/feature_frames.h"
 #include "feature/low_light_block.h"
-#include "feature/low_light_frame.h"
 
 namespace qlis::test {
 namespace {
@@ -24,7 +23,7 @@ struct Results {
 };
 
 // The exported entry point: the NEON kernel where there is one, which the
-// twins below tie to the portable one.
+// low_light fuzz target ties to the portable one.
 int64_t exported(const LowLightBlockOutputs &o, const LowLightBlockArgs &a) {
   return image_feature_quality_for_raw_10bit_continuous_2_low_light_4(
       o.mean, o.deviation, o.variation, o.bright, o.dark, o.diff_hist, a.data,
@@ -169,51 +168,6 @@ TEST(LowLightFrame, EmptyBlocksRecordMinusOneAndWeighAgainstTheSum) {
   }
   EXPECT_EQ(drive(PackedFrame({4, 4, 5}, 1), 0).value, 0xfffffff07ffff870u);
 }
-
-#if QLIS_HAVE_NEON
-// One past the last byte a block reads: the last visited row pair, or the
-// one 2 dist row pairs below it with the differences, whose samples are
-// gathered one group beyond the block at dist 1 to serve as the next row.
-size_t end_of_reads(const LowLightBlockArgs &a) {
-  const Raw10SampleRect r = raw10_sample_rect(a);
-  if (r.empty()) return 0;
-  const int32_t last = r.i0 + 2 * (((r.i1 - r.i0 + 1) >> 1) - 1);
-  if (a.gradient_flag == 1) {
-    return raw10_end_of_reads(a.stride, last + 2 * a.dist,
-                              a.dist == 1 ? r.g1 : r.g1 - 1 + a.dist);
-  }
-  return a.stats_flag == 1 ? raw10_end_of_reads(a.stride, last, r.g1 - 1) : 0;
-}
-
-class LowLightBlockTwins : public ::testing::TestWithParam<TwinCase> {};
-
-// Histograms preset to the same noise for both; callers provide the
-// dist - 1 row pairs below the frame that the lower neighbours reach.
-TEST_P(LowLightBlockTwins, NeonMatchesPortable) {
-  const auto run = [](bool neon, const LowLightBlockArgs &a) {
-    Results r;
-    for (int32_t k = 0; k < 256; ++k) {
-      r.hist.count[k] = static_cast<int32_t>((k + a.row_begin) * 2654435761u);
-    }
-    (neon ? neon::low_light_block_features
-          : portable::low_light_block_features)(r.outputs(), a);
-    return r;
-  };
-  const TwinCase &c = GetParam();
-  expect_twins_agree(c, twin_frame(c, 2 * (c.dist - 1)), run, end_of_reads);
-}
-
-// Besides the awkward geometries: rows of several spans, flat extremes over
-// enough rows to flush the narrow lanes, distances up to the line buffers'
-// reach and beyond it, where a full span must take the portable path.
-INSTANTIATE_TEST_SUITE_P(
-    Frames, LowLightBlockTwins,
-    ::testing::ValuesIn(twin_cases(
-        {{{20, 8400, 10500}, kRandom, 1, 12}, {{1030, 1024, 1280}, 0, 1, 0},
-         {{1030, 1024, 1280}, 255, 1, 0},     {{360, 1300, 1700}, kRandom, 2, 3},
-         {{360, 1300, 1700}, kRandom, 64, 3}, {{360, 1300, 1700}, kRandom, 65, 3},
-         {{360, 4600, 5750}, kRandom, 100, 1}})));
-#endif
 
 }  // namespace
 }  // namespace qlis::test

@@ -2,13 +2,10 @@
 // frame driver.
 #include <gtest/gtest.h>
 
-#include <array>
 #include <cstring>
 #include <vector>
 
 #include "feature/feature_frames.h"
-#include "feature/yuv_block.h"
-#include "feature/yuv_frame.h"
 
 namespace qlis::test {
 namespace {
@@ -153,39 +150,6 @@ TEST(YuvFrame, EmptyBlocksWeighTheirAllOnesEnergy) {
   EXPECT_EQ(run_yuv(set, frame.data(), {4, 7, 7}), 12542310230596598336u);
   EXPECT_EQ(set.block[0].sample_sum, 0.0);
 }
-
-#if QLIS_HAVE_NEON
-// Bytes up to the lower neighbour of the block's last sample row.
-size_t end_of_reads(YuvBlockArgs a) {
-  clamp_yuv_block(a);
-  if (yuv_block_is_empty(a) || !yuv_flags_valid(a)) return 0;
-  const int64_t last_row = a.row_begin + (a.row_end - 1 - a.row_begin) / 4 * 4;
-  return static_cast<size_t>((last_row + a.dist) * a.stride + a.col_end +
-                             a.dist);
-}
-
-class YuvBlockTwins : public ::testing::TestWithParam<TwinCase> {};
-
-TEST_P(YuvBlockTwins, NeonMatchesPortable) {
-  const auto run = [](bool neon, const YuvBlockArgs &a) {
-    std::array<uint64_t, 3> r = {kSentinel, kSentinel, 0};
-    r[2] = (neon ? neon::yuv_block_features : portable::yuv_block_features)(
-        &r[0], &r[1], a);
-    return r;
-  };
-  expect_twins_agree(GetParam(), twin_frame(GetParam()), run, end_of_reads);
-}
-
-// Planes whose widths lie around the 64- and 32-byte load steps, padded
-// strides, and the distances that take the portable path.
-INSTANTIATE_TEST_SUITE_P(
-    Planes, YuvBlockTwins,
-    ::testing::ValuesIn(twin_cases(
-        {{{17, 63, 63}, kRandom, 1, 40},     {{20, 64, 64}, kRandom, 1, 40},
-         {{21, 65, 67}, kRandom, 1, 40},     {{33, 127, 128}, kRandom, 1, 40},
-         {{64, 257, 257}, kRandom, 1, 40},   {{135, 1922, 1924}, kRandom, 1, 40},
-         {{57, 200, 203}, kRandom, 0, 12},   {{100, 640, 641}, kRandom, 2, 12}})));
-#endif  // QLIS_HAVE_NEON
 
 }  // namespace
 }  // namespace qlis::test

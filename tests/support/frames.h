@@ -18,11 +18,6 @@ struct Geometry {
   int32_t stride;
 };
 
-// Frame geometries that stress the vector kernels: widths that are not
-// multiples of the vector step, padded strides, tiny frames and frames
-// smaller than the block grid.
-std::vector<Geometry> awkward_raw10_geometries();
-
 // Fills every byte with random values from `engine`, biased toward the
 // extremes so that bright and dark counts and wraps are exercised.
 void fill_random(uint8_t *data, size_t size, std::mt19937 &engine);
