@@ -14,7 +14,7 @@ packages=(cmake ninja-build g++ make libcli11-dev libpng-dev nlohmann-json3-dev)
 if [[ "${1:-}" == "--tests" ]]; then
   packages+=(googletest libgtest-dev libbenchmark-dev libsimde-dev
              g++-arm-linux-gnueabihf g++-aarch64-linux-gnu qemu-user pkg-config
-             android-liblog-dev android-libcutils-dev clang chromium)
+             android-liblog-dev android-libcutils-dev clang libclang-rt-dev chromium)
 fi
 
 missing=()
