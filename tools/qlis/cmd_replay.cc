@@ -75,8 +75,6 @@ void append_log(std::string &out, const std::vector<std::string> &lines) {
   }
 }
 
-std::string rank_text(int32_t rank) { return rank > 0 ? std::to_string(rank) : "-"; }
-
 std::string peer_text(double v) {
   if (!std::isfinite(v)) return "-";
   char text[32];

@@ -54,11 +54,6 @@ SynthFrame shaken_frame(const RgbImage &photo, SynthParams params,
   throw ToolError("no shaken frame found for this seed");
 }
 
-GreyImage preview(const SynthFrame &f, const std::vector<uint8_t> &bytes,
-                  int32_t width) {
-  return develop_grey(f.desc, bytes, preview_factor(f.desc.width, width));
-}
-
 std::string blur_list(const std::vector<FrameTruth> &truth) {
   std::string text;
   for (const FrameTruth &t : truth)
@@ -212,7 +207,7 @@ SessionReport run_demo(const RgbImage &photo, const std::string &photo_path,
       frame.truth = f.truth;
       frame.record = runner.evaluate(f.desc, f.bytes,
                                      format("frame %d", f.truth.index - 1));
-      frame.thumb = preview(f, f.bytes, kReportThumbWidth);
+      frame.thumb = develop_preview(f.desc, f.bytes, kReportThumbWidth);
       frame.peer = laplacian_variance(f.desc, f.bytes);
       packing.add(f.desc, f.bytes);
       report.frames.push_back(std::move(frame));
@@ -222,26 +217,25 @@ SessionReport run_demo(const RgbImage &photo, const std::string &photo_path,
 
     CaptureView &cap = report.capture.emplace();
     capture_truth = shaken.truth;
-    cap.before = preview(shaken, shaken.bytes, kReportPreviewWidth);
+    cap.before = develop_preview(shaken.desc, shaken.bytes, kReportPreviewWidth);
     cap.record = runner.capture(shaken.desc, shaken.bytes);
-    cap.after = preview(shaken, shaken.bytes, kReportPreviewWidth);
+    cap.after = develop_preview(shaken.desc, shaken.bytes, kReportPreviewWidth);
 
     BurstView &b = report.burst.emplace();
     std::vector<std::vector<uint8_t>> frames;
     for (SynthFrame &f : burst) {
       burst_truth.push_back(f.truth);
-      b.before.push_back(preview(f, f.bytes, kReportThumbWidth));
+      b.before.push_back(develop_preview(f.desc, f.bytes, kReportThumbWidth));
       frames.push_back(std::move(f.bytes));
     }
     b.record = runner.burst(desc, frames);
     for (size_t i = 0; i < frames.size(); ++i)
-      b.after.push_back(preview(burst[i], frames[i], kReportThumbWidth));
+      b.after.push_back(develop_preview(burst[i].desc, frames[i], kReportThumbWidth));
   }
   // Drawn after the session so that the watermark's log lines stay out of
   // the session's records.
   if (!kept_bytes.empty()) {
-    report.kept_preview = develop_grey(
-        desc, kept_bytes, preview_factor(desc.width, kReportPreviewWidth));
+    report.kept_preview = develop_preview(desc, kept_bytes, kReportPreviewWidth);
     report.kept_heatmap = render_heatmap(desc, kept_bytes);
   }
   rank_frames(report.frames);

@@ -27,6 +27,9 @@ double laplacian_variance(const FrameDesc &desc, const std::vector<uint8_t> &byt
 // scores are not ranked (0).
 std::vector<int32_t> rank_descending(const std::vector<double> &scores);
 
+// A rank as a table shows it: "-" when unranked.
+inline std::string rank_text(int32_t rank) { return rank > 0 ? std::to_string(rank) : "-"; }
+
 // Share of the pairs of frames ranked by both (rank > 0) that the two
 // rankings put in the same order; NaN with no such pair.
 double rank_agreement(const std::vector<int32_t> &a, const std::vector<int32_t> &b);

@@ -75,24 +75,13 @@ std::string write_replay_report(const ReplayRun &run, const ReplayOptions &o,
   r.kept_index = run.kept_index;
   const std::vector<uint8_t> &kept = run.pictures.kept_bytes;
   if (!kept.empty()) {
-    r.kept_preview = develop_grey(d, kept, preview_factor(d.width, kReportPreviewWidth));
+    r.kept_preview = develop_preview(d, kept, kReportPreviewWidth);
     // The heatmap reads RAW10 blocks, and needs room for them.
     if (d.format == kFormatRaw10 && d.width >= 32 && d.height >= 32) r.kept_heatmap = render_heatmap(d, kept);
   }
-  if (run.capture) {
-    r.capture.emplace();
-    r.capture->summary = capture_summary(run);
-    r.capture->record = *run.capture;
-    r.capture->before = run.pictures.capture_before;
-    r.capture->after = run.pictures.capture_after;
-  }
-  if (run.burst) {
-    r.burst.emplace();
-    r.burst->summary = burst_summary(run);
-    r.burst->record = *run.burst;
-    r.burst->before = run.pictures.burst_before;
-    r.burst->after = run.pictures.burst_after;
-  }
+  const ReplayPictures &p = run.pictures;
+  if (run.capture) r.capture = CaptureView{capture_summary(run), *run.capture, p.capture_before, p.capture_after};
+  if (run.burst) r.burst = BurstView{burst_summary(run), *run.burst, p.burst_before, p.burst_after};
   std::istringstream lines(account);
   for (std::string line; std::getline(lines, line);) r.account.push_back(line);
   return write_report(r, o.report);

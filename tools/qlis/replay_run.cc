@@ -72,9 +72,6 @@ class TruthLookup {
   std::map<std::string, std::map<std::string, FrameTruth>> folders_;
 };
 
-GreyImage preview(const FrameDesc &desc, const std::vector<uint8_t> &bytes, int32_t width) {
-  return develop_grey(desc, bytes, preview_factor(desc.width, width));
-}
 
 }  // namespace
 
@@ -98,7 +95,7 @@ ReplayRun run_replay(const ReplayOptions &o) {
   // What the tool measures of a preview frame, while it is in memory.
   const auto measure = [&run, pictures](const std::vector<uint8_t> &bytes, const FrameDesc &desc) {
     run.peer.push_back(laplacian_variance(desc, bytes));
-    if (pictures) run.pictures.thumbs.push_back(preview(desc, bytes, kReportThumbWidth));
+    if (pictures) run.pictures.thumbs.push_back(develop_preview(desc, bytes, kReportThumbWidth));
   };
   run.frames = resolve_preview_inputs(o.inputs, raw);
   std::vector<ReplayInput> all = run.frames;
@@ -170,19 +167,19 @@ ReplayRun run_replay(const ReplayOptions &o) {
   if (pictures && run.kept_index >= 0) p.kept_bytes = runner.kept_frame();
   if (run.capture_input) {
     std::vector<uint8_t> bytes = load(*run.capture_input);
-    if (pictures) p.capture_before = preview(run.capture_input->desc, bytes, kReportPreviewWidth);
+    if (pictures) p.capture_before = develop_preview(run.capture_input->desc, bytes, kReportPreviewWidth);
     run.capture = runner.capture(run.capture_input->desc, bytes);
-    if (pictures) p.capture_after = preview(run.capture_input->desc, bytes, kReportPreviewWidth);
+    if (pictures) p.capture_after = develop_preview(run.capture_input->desc, bytes, kReportPreviewWidth);
   }
   if (!run.burst_inputs.empty()) {
     const FrameDesc &desc = run.burst_inputs.front().desc;
     std::vector<std::vector<uint8_t>> frames;
     for (const ReplayInput &in : run.burst_inputs) frames.push_back(load(in));
-    for (const auto &f : frames)
-      if (pictures) p.burst_before.push_back(preview(desc, f, kReportThumbWidth));
+    for (size_t i = 0; pictures && i < frames.size(); ++i)
+      p.burst_before.push_back(develop_preview(desc, frames[i], kReportThumbWidth));
     run.burst = runner.burst(desc, frames);
-    for (const auto &f : frames)
-      if (pictures) p.burst_after.push_back(preview(desc, f, kReportThumbWidth));
+    for (size_t i = 0; pictures && i < frames.size(); ++i)
+      p.burst_after.push_back(develop_preview(desc, frames[i], kReportThumbWidth));
   }
   run.seconds = std::chrono::duration<double>(Clock::now() - started).count();
   std::vector<double> reblur;

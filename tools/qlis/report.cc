@@ -104,8 +104,6 @@ std::string key(const char *css_colour, const std::string &text) {
          "\"></span>" + text;
 }
 
-std::string rank_text(int32_t rank) { return rank > 0 ? std::to_string(rank) : "-"; }
-
 std::string frames_table(const SessionReport &r) {
   const bool truth = std::any_of(r.frames.begin(), r.frames.end(),
                                  [](const ReportFrame &f) { return f.truth.has_value(); });

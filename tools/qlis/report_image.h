@@ -34,6 +34,12 @@ GreyImage develop_grey(const FrameDesc &desc, const std::vector<uint8_t> &bytes,
 // Even reduction factor that brings `width` close to `target` pixels.
 int32_t preview_factor(int32_t width, int32_t target);
 
+// develop_grey at the factor that brings the frame close to `width` pixels.
+inline GreyImage develop_preview(const FrameDesc &desc, const std::vector<uint8_t> &bytes,
+                                 int32_t width) {
+  return develop_grey(desc, bytes, preview_factor(desc.width, width));
+}
+
 // Width in pixels of `text` stamped at `scale`: the watermark advances ten
 // cells per character and its last glyph is nine cells wide.
 int32_t stamp_width(const std::string &text, int32_t scale);
