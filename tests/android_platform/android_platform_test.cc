@@ -64,22 +64,9 @@ TEST(AndroidPlatform, SessionOfPreviewsCaptureAndBurstLogsThroughLiblog) {
   EXPECT_TRUE(capture.image == previews[2].image && capture.side == previews[2].side);
 
   const Scene small{256, 192, 320};
-  std::vector<uint8_t> images[] = {raw10_scene({256, 192, 320, 60, 10, 20}),
-                                   raw10_scene(small)};
-  std::vector<uint8_t> record(QL_IS_BURST_RECORD_SIZE), side(40);
-  for (int i = 0; i < 2; ++i) {
-    ql_is_record_put_i32(record.data(), QL_IS_BURST_WIDTH(i), small.width);
-    ql_is_record_put_i32(record.data(), QL_IS_BURST_HEIGHT(i), small.height);
-    ql_is_record_put_i32(record.data(), QL_IS_BURST_STRIDE(i), small.stride);
-    ql_is_record_put_ptr(record.data(), QL_IS_BURST_IMAGE(i), images[i].data());
-    ql_is_record_put_ptr(record.data(), QL_IS_BURST_SIDE(i), side.data());
-  }
-  ql_is_record_put_i32(record.data(), QL_IS_BURST_IMAGE_SIZE, int32_t(images[0].size()));
-  ql_is_record_put_i32(record.data(), QL_IS_BURST_SIDE_SIZE, int32_t(side.size()));
-  ql_is_record_put_i32(record.data(), QL_IS_BURST_COUNT, 2);
-  ql_is_record_put_i32(record.data(), QL_IS_BURST_MODE, 1);
-  ASSERT_EQ(ql_is_process_bat_takepicture(record.data()), 0);
-  EXPECT_EQ(ql_is_record_get_i32(record.data(), QL_IS_BURST_RESULT), 1);  // the sharper
+  Burst burst({raw10_scene({256, 192, 320, 60, 10, 20}), raw10_scene(small)}, small);
+  ASSERT_EQ(burst.run(), 0);
+  EXPECT_EQ(burst.result(), 1);  // the sharper
   EXPECT_EQ(last_error_line(), "ql_is_process_bat_takepicture, 1274, bestId:1, replaceId:0");
 
   EXPECT_EQ(ql_is_deinit(), 0);

@@ -127,9 +127,7 @@ TEST(ZsCopy, FillsTheTailWithZeros) {
               b[139] == 0x11);
 }
 
-using Frames = std::vector<std::vector<uint8_t>>;
-
-constexpr uint32_t kSideBytes = 40;
+constexpr uint32_t kSideBytes = Burst::kSideBytes;
 const Scene kSmall{256, 192, 320};
 
 HostFrame raw10(const Scene &s, int32_t mode) {  // format 15
@@ -139,31 +137,6 @@ HostFrame raw10(const Scene &s, int32_t mode) {  // format 15
 // Bursts are taken in low light, where the base holds block means that the
 // burst frames are compared with.
 Scene dim(int sharpness, bool mirror = false) { return {640, 480, 800, 10, 2, sharpness, mirror}; }
-
-// A burst record over copies of `frames`, every frame of geometry s.
-struct Burst {
-  Burst(const Frames &frames, const Scene &s)
-      : images(frames), sides(frames.size(), std::vector<uint8_t>(kSideBytes, 0xEE)) {
-    for (int i = 0; i < static_cast<int>(frames.size()); ++i) {
-      put(QL_IS_BURST_WIDTH(i), s.width);
-      put(QL_IS_BURST_HEIGHT(i), s.height);
-      put(QL_IS_BURST_STRIDE(i), s.stride);
-      ql_is_record_put_ptr(record.data(), QL_IS_BURST_IMAGE(i), images[i].data());
-      ql_is_record_put_ptr(record.data(), QL_IS_BURST_SIDE(i), sides[i].data());
-    }
-    put(QL_IS_BURST_IMAGE_SIZE, static_cast<int32_t>(frames[0].size()));
-    put(QL_IS_BURST_SIDE_SIZE, kSideBytes);
-    put(QL_IS_BURST_COUNT, static_cast<int32_t>(frames.size()));
-    put(QL_IS_BURST_MODE, 1);
-    put(QL_IS_BURST_RESULT, -77);
-  }
-  void put(int offset, int32_t v) { ql_is_record_put_i32(record.data(), offset, v); }
-  int32_t run() { return ql_is_process_bat_takepicture(record.data()); }
-  int32_t result() const { return ql_is_record_get_i32(record.data(), QL_IS_BURST_RESULT); }
-  Frames images;
-  Frames sides;
-  std::vector<uint8_t> record = std::vector<uint8_t>(QL_IS_BURST_RECORD_SIZE);
-};
 
 constexpr const char *kBurstLine = "ql_is_process_bat_takepicture, 1274, bestId:";
 

@@ -205,24 +205,6 @@ TEST(TextureThresholds, ByMeanBrightnessInEitherLight) {
   EXPECT_EQ(normal_light_luminance(set[0], 3, 5), 0.0);
 }
 
-// The verdict and the base update of an unchanged scene, by texture and
-// score against a base score of 0.5 (the session covers the other cases).
-// A flat frame always moves the base, and reports 4 only when its score
-// differs; NaN differs from every score but is never sharper.
-TEST(NormalLightDecision, VerdictAndBaseUpdate) {
-  const auto decide = [](bool flat, double score) {
-    BlockFeatureSet base{}, frame{};
-    for (BlockFeature &b : frame.block) b.variation = flat ? 0.0 : 1.0;
-    const NormalLightDecision d =
-        decide_normal_light(frame, base, score, 0.5, kH, kW);
-    return std::pair(d.verdict, d.replaces_base());
-  };
-  EXPECT_EQ(decide(true, 0.1), std::pair(4, true));
-  EXPECT_EQ(decide(true, 0.5), std::pair(3, true));
-  EXPECT_EQ(decide(true, std::nan("")), std::pair(4, true));
-  EXPECT_EQ(decide(false, std::nan("")), std::pair(3, false));
-}
-
 // Of the 28 ring and 36 core blocks, `ring` and `core` differ from the
 // others, taken alternately from the start and the end of the grid. A kind
 // gives the base's and the frame's class (T textured, F exactly at the

@@ -59,28 +59,6 @@ LowLightCalls run_all(const PackedFrame &f, BlockRect r, int32_t stats,
   return c;
 }
 
-// Row pair 0, groups 0 and 1 (N = 2): s = 10, 40 with h = 40, 25 and v = 4,
-// 100 two row pairs down. By hand: g = 30 + 6 + 36 and 15 + 60 + 75, sum
-// 222, weighted by s 6720; mean 25; deviation 1700 - 2 * 25 * 25 = 450.
-TEST(EarlierLowLight, FlagPairsOfHandBuiltBlock) {
-  const uint8_t s[3][3] = {{10, 40, 25}, {99, 99, 99}, {4, 100}};
-  PackedFrame f({16, 32, 40}, 0);
-  f.samples([&](int32_t i, int32_t g) { return i < 3 && g < 3 ? s[i][g] : 0; });
-  const struct {
-    int32_t stats, gradient;
-    double mean;
-    int64_t plain;
-  } cases[] = {{1, 1, 25.0, 222}, {0, 1, 0.0, 6720}, {1, 0, 25.0, 0},
-               {0, 0, 0.0, 0},   {2, 2, 0.0, 0}};
-  for (const auto &c : cases) {
-    const LowLightCalls r = run_all(f, {0, 4, 0, 8}, c.stats, c.gradient);
-    EXPECT_TRUE(r.ret2 == 0 && r.ret3 == 0 && r.ret == c.plain);
-    EXPECT_TRUE(r.mean2 == c.mean && r.mean3 == c.mean && r.mean == c.mean);
-    EXPECT_EQ(r.dev3, c.stats == 1 ? 450 : 0);
-    EXPECT_TRUE(r.spare2 == 0.0 && r.spare == kUntouched);
-  }
-}
-
 // Flat rectangles add three counts per visited sample to bin 0 and no
 // gradient; the mean is divided by groups * ((t1 - t0) >> 1), so an odd
 // count of row pairs visits its last one uncounted and one row pair counts

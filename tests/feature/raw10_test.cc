@@ -128,25 +128,6 @@ TEST(Raw10Frame, FlatFramesFillEveryRecordAsTheModeSaysAndLogIt) {
   }
 }
 
-// One set of outputs serves every block, so a gradient-only block shows
-// the deviation and variation of the last statistics block next to its own
-// fractions. Block 0 alternates 10 and 30 (N = 16, sum 320, sum of squares
-// 8000: deviation 1600, variation sqrt(100) / 20); block 1 is bright;
-// block 6 alternates 40 and 80 (deviation 6400, variation 20 / 60) and is
-// carried across the end of its block row into block 8.
-TEST(Raw10Frame, GradientOnlyBlocksCarryTheLastStatistics) {
-  PackedFrame f({64, 128, 160}, Noise{5});
-  f.samples([](int32_t i, int32_t g) -> uint8_t {
-    if (i >= 4 || (g >= 8 && g < 24) || g >= 28) return 100;
-    return g >= 24 ? ((i + g) % 2 ? 80 : 40) : g >= 4 ? 200 : (i + g) % 2 ? 30 : 10;
-  });
-  BlockFeatureSet set;
-  run(f, set, 0);
-  EXPECT_TRUE(same_fields(set.block[0], {320, kUnwritten, 1600, 0, 1, 0.5}));
-  EXPECT_TRUE(same_fields(set.block[1], {0, kUnwritten, 1600, 1, 0, 0.5}));
-  EXPECT_TRUE(same_fields(set.block[8], {0, kUnwritten, 6400, 0, 0, 1 / 3.0}));
-}
-
 // One bright sample at (13, 13) of a black frame, in block (3, 3) of
 // weight 4 x 4: its own energy 2 x 255^2 and one 255^2 for each of its
 // left and upper neighbours. w = 260,100 x 16 / 400 = 10,404, the only

@@ -107,23 +107,6 @@ uint64_t run_yuv(BlockFeatureSet &set, const uint8_t *data, Geometry g) {
                                            g.stride);
 }
 
-// 64 x 64 with padding of another value that must never be read: four
-// samples per block (the last row and column of blocks lose their third
-// sample to the edge clamp either way). Only field 0 is written: block
-// sums on the checkerboard, 0.0 elsewhere.
-TEST(YuvFrame, FlatFrameHasNoGradientAndChecksOnlyItsBlocks) {
-  std::vector<uint8_t> frame(64 * 70, 7);
-  for (int y = 0; y < 64; ++y) std::memset(&frame[y * 70], 100, 64);
-  BlockFeatureSet set;
-  EXPECT_EQ(run_yuv(set, frame.data(), {64, 64, 70}), 0u);
-  for (int k = 0; k < 64; ++k) {
-    EXPECT_TRUE(same_fields(
-        set.block[k], {on_checkerboard(k) ? 400.0 : 0.0, kUnwritten, kUnwritten,
-                       kUnwritten, kUnwritten, kUnwritten}))
-        << k;
-  }
-}
-
 // 32 pixels of Y 200, U 50, V 90 per row: 64 bytes. Blocks start on
 // multiples of 8 bytes, so every sample is a Y0 whose right neighbour is U:
 // 150^2 per sample, 4 samples, e = 90000 per block. Weighted: 225 wc wr,

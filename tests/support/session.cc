@@ -42,6 +42,22 @@ HostFrame make_host_frame(int32_t format, int32_t width, int32_t height,
   return f;
 }
 
+Burst::Burst(const Frames &frames, const Scene &s)
+    : images(frames), sides(frames.size(), std::vector<uint8_t>(kSideBytes, 0xEE)) {
+  for (int i = 0; i < static_cast<int>(frames.size()); ++i) {
+    put(QL_IS_BURST_WIDTH(i), s.width);
+    put(QL_IS_BURST_HEIGHT(i), s.height);
+    put(QL_IS_BURST_STRIDE(i), s.stride);
+    ql_is_record_put_ptr(record.data(), QL_IS_BURST_IMAGE(i), images[i].data());
+    ql_is_record_put_ptr(record.data(), QL_IS_BURST_SIDE(i), sides[i].data());
+  }
+  put(QL_IS_BURST_IMAGE_SIZE, static_cast<int32_t>(frames[0].size()));
+  put(QL_IS_BURST_SIDE_SIZE, kSideBytes);
+  put(QL_IS_BURST_COUNT, static_cast<int32_t>(frames.size()));
+  put(QL_IS_BURST_MODE, 1);
+  put(QL_IS_BURST_RESULT, -77);
+}
+
 bool preview_until_evaluated(const FrameParam *frame) {
   // The job record names the host's image once the frame is handed over;
   // cleared first, it tells a hand-over from a frame the intake dropped

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "ql_is/ql_is.h"
+#include "support/scenes.h"
 
 namespace qlis::test {
 
@@ -55,5 +56,21 @@ int32_t preview_verdict(const HostFrame &frame);
 // The six blocks held by buftemp, bufmax and bufproc are those of buf,
 // each exactly once, and every image keeps its own side buffer.
 bool pairs_hold_buffers_once();
+
+using Frames = std::vector<std::vector<uint8_t>>;
+
+// A burst record in mode 1 over copies of `frames`, every frame of the
+// scene's geometry, each with a side buffer of 40 bytes of 0xEE. The result
+// field starts at -77, which the library never writes.
+struct Burst {
+  static constexpr int32_t kSideBytes = 40;
+  Burst(const Frames &frames, const Scene &s);
+  void put(int offset, int32_t v) { ql_is_record_put_i32(record.data(), offset, v); }
+  int32_t run() { return ql_is_process_bat_takepicture(record.data()); }
+  int32_t result() const { return ql_is_record_get_i32(record.data(), QL_IS_BURST_RESULT); }
+  Frames images;
+  Frames sides;
+  std::vector<uint8_t> record = std::vector<uint8_t>(QL_IS_BURST_RECORD_SIZE);
+};
 
 }  // namespace qlis::test
